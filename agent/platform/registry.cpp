@@ -1,0 +1,3 @@
+#include "platform/registry.h"
+
+const registry_ops *registry_host;

@@ -1,0 +1,10 @@
+#include "fakes/notes.h"
+
+#include <gtest/gtest.h>
+
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    int status = RUN_ALL_TESTS();
+    write_notes();
+    return status;
+}
