@@ -1,9 +1,9 @@
-// Big non-negative integers: modular exponentiation, and conversion from and to big-endian bytes and decimal text.
+// Big non-negative integers: modular exponentiation, and conversion from and to bytes and decimal text.
 //
-// A number has its top used limb non-zero, and length 0 for zero. All limbs from `length` to `capacity` are zero when
-// a number is made or assigned; the arithmetic relies on that to read one limb past the top. The creator owns a
-// number. Where an operation says so, -1 means that a result would not fit the capacity and 0 success; a failed
-// operation leaves its target's value undefined.
+// A number has its top used limb non-zero, and length 0 for zero. All limbs from `length` to `capacity` are
+// zero when a number is made or assigned; the arithmetic relies on that to read one limb past the top. The
+// creator owns a number. Where an operation says so, -1 means that a result would not fit the capacity and 0
+// success; a failed operation leaves its target's value undefined.
 #pragma once
 
 #include "platform/heap.h"
@@ -30,7 +30,8 @@ int bn_shift_left_one(bignum *number);
 int bn_shift_left(bignum *number, uint64_t bits);
 uint64_t bn_top_bit(const bignum *number); // 0 for zero
 
-// Big-endian bytes without leading zeros. `*size` is the buffer's size before and the number's behind the call.
+// Big-endian bytes without leading zeros. `*size` is the buffer's size before the call, the number's after
+// it.
 [[nodiscard]] const char *bn_get_data(const bignum *number, void *buffer, size_t *size);
 [[nodiscard]] const char *bn_set_data(bignum *number, const void *bytes, size_t size);
 
