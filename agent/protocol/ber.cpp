@@ -20,7 +20,12 @@ constexpr size_t BIGNUM_CONTENT = 140;
 constexpr uint32_t BIGNUM_READ_LIMIT = 16U << 20; // beyond any sound number, below what hurts the host
 
 // First content byte of a real.
-enum : unsigned char { REAL_DECIMAL = 0x00, REAL_PLUS_INFINITY = 0x40, REAL_MINUS_INFINITY = 0x41, REAL_NAN = 0x60 };
+enum : unsigned char {
+    REAL_DECIMAL = 0x00,
+    REAL_PLUS_INFINITY = 0x40,
+    REAL_MINUS_INFINITY = 0x41,
+    REAL_NAN = 0x60
+};
 
 } // namespace
 
@@ -36,8 +41,7 @@ static const char *read_high_tag(io *stream, uint32_t low_bits, uint32_t *out_ta
     uint32_t code = low_bits;
     unsigned char byte;
     do {
-        if (auto *failure = read_byte(stream, &byte))
-            return failure;
+        if (auto *failure = read_byte(stream, &byte)) return failure;
         uint32_t number = ((code >> 3) << 7) | (byte & 0x7FU);
         code = (number << 3) | low_bits;
     } while ((byte & 0x80U) != 0);
@@ -50,11 +54,9 @@ const char *read_tag(io *stream, uint32_t *out_tag) {
     uint32_t code;
     do {
         unsigned char byte;
-        if (auto *failure = read_byte(stream, &byte))
-            return failure;
+        if (auto *failure = read_byte(stream, &byte)) return failure;
         code = ((byte & 0x1FU) << 3) | (byte >> 5);
-        if ((byte & 0x1FU) == 0x1FU)
-            return read_high_tag(stream, byte >> 5, out_tag);
+        if ((byte & 0x1FU) == 0x1FU) return read_high_tag(stream, byte >> 5, out_tag);
     } while (code == BE_FILLER);
     *out_tag = code;
     return nullptr;
@@ -63,8 +65,7 @@ const char *read_tag(io *stream, uint32_t *out_tag) {
 const char *read_length(io *stream, uint32_t *out_length, bool *out_indefinite) {
     *out_length = 0;
     unsigned char first;
-    if (auto *failure = read_byte(stream, &first))
-        return failure;
+    if (auto *failure = read_byte(stream, &first)) return failure;
     *out_indefinite = first == 0x80;
     if (first <= 0x80) {
         *out_length = first & 0x7FU;
@@ -72,10 +73,8 @@ const char *read_length(io *stream, uint32_t *out_length, bool *out_indefinite) 
     }
     unsigned char bytes[MAX_LENGTH_BYTES];
     uint32_t count = first & 0x7FU;
-    if (count > MAX_LENGTH_BYTES)
-        return "data out of range in read_length";
-    if (auto *failure = stream->read(stream, bytes, count))
-        return failure;
+    if (count > MAX_LENGTH_BYTES) return "data out of range in read_length";
+    if (auto *failure = stream->read(stream, bytes, count)) return failure;
     for (uint32_t i = 0; i < count; i++)
         *out_length = (*out_length << 8) | bytes[i];
     return nullptr;
@@ -84,32 +83,29 @@ const char *read_length(io *stream, uint32_t *out_length, bool *out_indefinite) 
 // Reads the tag unless the caller has it, and holds it against the expected one.
 static const char *expect_tag(io *stream, uint32_t tag, uint32_t expected, const char *wrong) {
     if (tag == 0)
-        if (auto *failure = read_tag(stream, &tag))
-            return failure;
+        if (auto *failure = read_tag(stream, &tag)) return failure;
     return tag == expected ? nullptr : wrong;
 }
 
 // Reads a definite length of at most `limit`.
-static const char *read_limited_length(io *stream, uint32_t limit, uint32_t *out_length, const char *refused) {
+static const char *read_limited_length(io *stream, uint32_t limit, uint32_t *out_length,
+                                       const char *refused) {
     bool indefinite;
-    if (auto *failure = read_length(stream, out_length, &indefinite))
-        return failure;
+    if (auto *failure = read_length(stream, out_length, &indefinite)) return failure;
     return indefinite || *out_length > limit ? refused : nullptr;
 }
 
 static const char *discard(io *stream, uint32_t count) {
     unsigned char scratch[SCRATCH];
     for (; count >= SCRATCH; count -= SCRATCH)
-        if (auto *failure = stream->read(stream, scratch, SCRATCH))
-            return failure;
+        if (auto *failure = stream->read(stream, scratch, SCRATCH)) return failure;
     return stream->read(stream, scratch, count);
 }
 
 static const char *read_end(io *stream, const char *refused) {
     uint32_t length;
     bool indefinite;
-    if (auto *failure = read_length(stream, &length, &indefinite))
-        return failure;
+    if (auto *failure = read_length(stream, &length, &indefinite)) return failure;
     return indefinite || length != 0 ? refused : nullptr;
 }
 
@@ -117,8 +113,7 @@ static const char *read_end(io *stream, const char *refused) {
 static const char *skip_open_lists(io *stream) {
     for (uint64_t open = 1; open > 0;) {
         uint32_t tag;
-        if (auto *failure = read_tag(stream, &tag))
-            return failure;
+        if (auto *failure = read_tag(stream, &tag)) return failure;
         if (tag == 0) {
             // The words are those of the device lists; they stay.
             if (auto *failure = read_end(stream, "List not terminated correctly in read_devnode_list"))
@@ -128,8 +123,7 @@ static const char *skip_open_lists(io *stream) {
         }
         uint32_t length;
         bool indefinite;
-        if (auto *failure = read_length(stream, &length, &indefinite))
-            return failure;
+        if (auto *failure = read_length(stream, &length, &indefinite)) return failure;
         if (indefinite)
             open++;
         else if (auto *failure = discard(stream, length))
@@ -140,26 +134,20 @@ static const char *skip_open_lists(io *stream) {
 
 const char *skip_value(io *stream, uint32_t tag) {
     if (tag == 0)
-        if (auto *failure = read_tag(stream, &tag))
-            return failure;
-    if (tag == 0)
-        return "skip_value encountered end of list";
+        if (auto *failure = read_tag(stream, &tag)) return failure;
+    if (tag == 0) return "skip_value encountered end of list";
     uint32_t length;
     bool indefinite;
-    if (auto *failure = read_length(stream, &length, &indefinite))
-        return failure;
+    if (auto *failure = read_length(stream, &length, &indefinite)) return failure;
     return indefinite ? skip_open_lists(stream) : discard(stream, length);
 }
 
 const char *skip_to_eol(io *stream) {
     for (;;) {
         uint32_t tag;
-        if (auto *failure = read_tag(stream, &tag))
-            return failure;
-        if (tag == 0)
-            return read_end(stream, "List not terminated correctly in skip_to_eol");
-        if (auto *failure = skip_value(stream, tag))
-            return failure;
+        if (auto *failure = read_tag(stream, &tag)) return failure;
+        if (tag == 0) return read_end(stream, "List not terminated correctly in skip_to_eol");
+        if (auto *failure = skip_value(stream, tag)) return failure;
     }
 }
 
@@ -210,8 +198,7 @@ const char *write_eoc(io *stream) {
 }
 
 const char *read_null(io *stream, uint32_t tag) {
-    if (auto *failure = expect_tag(stream, tag, BE_NULL, "Wrong tag, expected BE_NULL"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, BE_NULL, "Wrong tag, expected BE_NULL")) return failure;
     uint32_t length;
     return read_limited_length(stream, 0, &length, "Null object contains data of non-zero length");
 }
@@ -222,14 +209,11 @@ const char *write_null(io *stream) {
 
 const char *read_signed_int(io *stream, int32_t minimum, int32_t maximum, int32_t *out, uint32_t tag) {
     static constexpr const char *refused = "data out of range in read_signed_int";
-    if (auto *failure = expect_tag(stream, tag, BE_INTEGER, "Wrong tag, expected BE_INTEGER"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, BE_INTEGER, "Wrong tag, expected BE_INTEGER")) return failure;
     unsigned char bytes[4];
     uint32_t length;
-    if (auto *failure = read_limited_length(stream, sizeof bytes, &length, refused))
-        return failure;
-    if (auto *failure = stream->read(stream, bytes, length))
-        return failure;
+    if (auto *failure = read_limited_length(stream, sizeof bytes, &length, refused)) return failure;
+    if (auto *failure = stream->read(stream, bytes, length)) return failure;
     uint32_t value = length > 0 && (bytes[0] & 0x80U) != 0 ? 0xFFFFFFFFU : 0;
     for (uint32_t i = 0; i < length; i++)
         value = (value << 8) | bytes[i];
@@ -238,12 +222,9 @@ const char *read_signed_int(io *stream, int32_t minimum, int32_t maximum, int32_
 }
 
 static size_t signed_size(int32_t value) {
-    if (value == 0)
-        return 0; // not the single zero byte of X.690
-    if (value >= -128 && value <= 127)
-        return 1;
-    if (value >= -32768 && value <= 32767)
-        return 2;
+    if (value == 0) return 0; // not the single zero byte of X.690
+    if (value >= -128 && value <= 127) return 1;
+    if (value >= -32768 && value <= 32767) return 2;
     return value >= -8388608 && value <= 8388607 ? 3 : 4;
 }
 
@@ -251,16 +232,13 @@ static const char *write_content(io *stream, uint64_t value, size_t size) {
     unsigned char bytes[8];
     for (size_t i = 0; i < size; i++)
         bytes[i] = static_cast<unsigned char>(value >> (8 * (size - 1 - i)));
-    if (auto *failure = write_length(stream, static_cast<int32_t>(size)))
-        return failure;
+    if (auto *failure = write_length(stream, static_cast<int32_t>(size))) return failure;
     return size > 0 ? write_bytes(stream, bytes, size) : nullptr;
 }
 
 const char *write_signed_int(io *stream, int32_t minimum, int32_t maximum, int32_t value) {
-    if (value < minimum || value > maximum)
-        return "data out of range in write_signed_int";
-    if (auto *failure = write_bytes(stream, "\x02", 1))
-        return failure;
+    if (value < minimum || value > maximum) return "data out of range in write_signed_int";
+    if (auto *failure = write_bytes(stream, "\x02", 1)) return failure;
     return write_content(stream, static_cast<uint32_t>(value), signed_size(value));
 }
 
@@ -270,38 +248,29 @@ static const char *read_content(io *stream, uint32_t length, const char *no_memo
     uint32_t capacity = length < first_piece ? length : first_piece;
     out->reset(static_cast<char *>(heap_alloc(size_t{capacity} + 1)));
     for (uint32_t have = 0;;) {
-        if (*out == nullptr)
-            return no_memory;
-        if (auto *failure = stream->read(stream, out->get() + have, capacity - have))
-            return failure;
+        if (*out == nullptr) return no_memory;
+        if (auto *failure = stream->read(stream, out->get() + have, capacity - have)) return failure;
         have = capacity;
-        if (have == length)
-            return nullptr;
+        if (have == length) return nullptr;
         capacity = length - have < have ? length : 2 * have;
         text_guard larger(static_cast<char *>(heap_alloc(size_t{capacity} + 1)));
-        if (larger != nullptr)
-            memcpy(larger.get(), out->get(), have);
+        if (larger != nullptr) memcpy(larger.get(), out->get(), have);
         *out = std::move(larger);
     }
 }
 
 const char *read_bignum(io *stream, bignum **out, uint32_t tag) {
     static constexpr const char *no_memory = "Out of memory in read_bignum";
-    if (auto *failure = expect_tag(stream, tag, BE_INTEGER, "Wrong tag, expected BE_INTEGER"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, BE_INTEGER, "Wrong tag, expected BE_INTEGER")) return failure;
     uint32_t length;
     if (auto *failure = read_limited_length(stream, UINT32_MAX, &length, "data out of range in read_bignum"))
         return failure;
-    if (length > BIGNUM_READ_LIMIT)
-        return no_memory;
+    if (length > BIGNUM_READ_LIMIT) return no_memory;
     text_guard content;
-    if (auto *failure = read_content(stream, length, no_memory, &content))
-        return failure;
+    if (auto *failure = read_content(stream, length, no_memory, &content)) return failure;
     bignum_guard number(bn_new(0, (uint64_t{length} + 3) / 4));
-    if (number == nullptr)
-        return no_memory;
-    if (auto *failure = bn_set_data(number.get(), content.get(), length))
-        return failure;
+    if (number == nullptr) return no_memory;
+    if (auto *failure = bn_set_data(number.get(), content.get(), length)) return failure;
     *out = number.release();
     return nullptr;
 }
@@ -309,27 +278,20 @@ const char *read_bignum(io *stream, bignum **out, uint32_t tag) {
 const char *write_bignum(io *stream, const bignum *number) {
     unsigned char bytes[BIGNUM_CONTENT];
     size_t size = sizeof bytes;
-    if (auto *failure = bn_get_data(number, bytes, &size))
-        return failure;
-    if (auto *failure = write_bytes(stream, "\x02", 1))
-        return failure;
-    if (auto *failure = write_length(stream, static_cast<int32_t>(size)))
-        return failure;
+    if (auto *failure = bn_get_data(number, bytes, &size)) return failure;
+    if (auto *failure = write_bytes(stream, "\x02", 1)) return failure;
+    if (auto *failure = write_length(stream, static_cast<int32_t>(size))) return failure;
     return size > 0 ? write_bytes(stream, bytes, size) : nullptr;
 }
 
 const char *read_bool(io *stream, int32_t *out, uint32_t tag) {
     static constexpr const char *refused = "data out of range in read_bool";
-    if (auto *failure = expect_tag(stream, tag, BE_BOOLEAN, "Wrong tag, expected BE_BOOLEAN"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, BE_BOOLEAN, "Wrong tag, expected BE_BOOLEAN")) return failure;
     uint32_t length;
-    if (auto *failure = read_limited_length(stream, 1, &length, refused))
-        return failure;
-    if (length == 0)
-        return refused;
+    if (auto *failure = read_limited_length(stream, 1, &length, refused)) return failure;
+    if (length == 0) return refused;
     unsigned char byte;
-    if (auto *failure = read_byte(stream, &byte))
-        return failure;
+    if (auto *failure = read_byte(stream, &byte)) return failure;
     *out = byte != 0;
     return nullptr;
 }
@@ -359,38 +321,30 @@ static const char *decode_real(const char *content, double *out) {
 }
 
 const char *read_real(io *stream, double *out, uint32_t tag) {
-    if (auto *failure = expect_tag(stream, tag, BE_REAL, "Wrong tag, expected BE_REAL"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, BE_REAL, "Wrong tag, expected BE_REAL")) return failure;
     char content[REAL_CONTENT];
     uint32_t length;
     // The words are those of the boolean's reader; they stay.
     if (auto *failure =
             read_limited_length(stream, sizeof content - 1, &length, "data out of range in read_bool"))
         return failure;
-    if (auto *failure = stream->read(stream, content, length))
-        return failure;
+    if (auto *failure = stream->read(stream, content, length)) return failure;
     content[length] = '\0';
-    if (length > 0)
-        return decode_real(content, out);
+    if (length > 0) return decode_real(content, out);
     *out = 0.0;
     return nullptr;
 }
 
 static const char *write_real_content(io *stream, const char *content, size_t size) {
-    if (auto *failure = write_length(stream, static_cast<int32_t>(size)))
-        return failure;
+    if (auto *failure = write_length(stream, static_cast<int32_t>(size))) return failure;
     return size > 0 ? write_bytes(stream, content, size) : nullptr;
 }
 
 const char *write_real(io *stream, double value) {
-    if (auto *failure = write_bytes(stream, "\x09", 1))
-        return failure;
-    if (is_nan(value))
-        return write_real_content(stream, "\x60", 1);
-    if (!is_finite(value))
-        return write_real_content(stream, value > 0 ? "\x40" : "\x41", 1);
-    if (value == 0.0)
-        return write_real_content(stream, "", 0);
+    if (auto *failure = write_bytes(stream, "\x09", 1)) return failure;
+    if (is_nan(value)) return write_real_content(stream, "\x60", 1);
+    if (!is_finite(value)) return write_real_content(stream, value > 0 ? "\x40" : "\x41", 1);
+    if (value == 0.0) return write_real_content(stream, "", 0);
     char content[REAL_CONTENT];
     content[0] = REAL_DECIMAL;
     int length = snprintf(content + 1, sizeof content - 1, "%e", value);
@@ -400,45 +354,34 @@ const char *write_real(io *stream, double value) {
 }
 
 const char *read_string(io *stream, uint32_t limit, char **out, uint32_t tag) {
-    if (auto *failure = expect_tag(stream, tag, BE_STRING, "Wrong tag, expected BE_STRING"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, BE_STRING, "Wrong tag, expected BE_STRING")) return failure;
     uint32_t length;
     if (auto *failure = read_limited_length(stream, limit, &length, "data out of range in read_string"))
         return failure;
     text_guard text(static_cast<char *>(heap_alloc(size_t{length} + 1)));
-    if (text == nullptr)
-        return "Unable to allocate data in read_string";
-    if (auto *failure = stream->read(stream, text.get(), length))
-        return failure;
+    if (text == nullptr) return "Unable to allocate data in read_string";
+    if (auto *failure = stream->read(stream, text.get(), length)) return failure;
     *out = text.release();
     return nullptr;
 }
 
 const char *write_string(io *stream, uint32_t limit, const char *text) {
-    if (auto *failure = write_bytes(stream, "\x04", 1))
-        return failure;
-    if (text == nullptr)
-        return write_bytes(stream, "\x00", 1);
+    if (auto *failure = write_bytes(stream, "\x04", 1)) return failure;
+    if (text == nullptr) return write_bytes(stream, "\x00", 1);
     size_t length = strlen(text);
-    if (length > limit)
-        return "data out of range in write_string";
-    if (auto *failure = write_length(stream, static_cast<int32_t>(length)))
-        return failure;
+    if (length > limit) return "data out of range in write_string";
+    if (auto *failure = write_length(stream, static_cast<int32_t>(length))) return failure;
     return length > 0 ? write_bytes(stream, text, length) : nullptr;
 }
 
 const char *read_enumerated(io *stream, uint32_t *out, uint32_t expected, uint32_t tag) {
     static constexpr const char *refused = "data out of range in read_enumerated";
-    if (auto *failure = expect_tag(stream, tag, expected, "Wrong tag, expected another type"))
-        return failure;
+    if (auto *failure = expect_tag(stream, tag, expected, "Wrong tag, expected another type")) return failure;
     unsigned char bytes[5];
     uint32_t length;
-    if (auto *failure = read_limited_length(stream, sizeof bytes, &length, refused))
-        return failure;
-    if (auto *failure = stream->read(stream, bytes, length))
-        return failure;
-    if (length > 0 && ((bytes[0] & 0x80U) != 0 || (length == sizeof bytes && bytes[0] != 0)))
-        return refused;
+    if (auto *failure = read_limited_length(stream, sizeof bytes, &length, refused)) return failure;
+    if (auto *failure = stream->read(stream, bytes, length)) return failure;
+    if (length > 0 && ((bytes[0] & 0x80U) != 0 || (length == sizeof bytes && bytes[0] != 0))) return refused;
     *out = 0;
     for (uint32_t i = 0; i < length; i++)
         *out = (*out << 8) | bytes[i];
@@ -446,19 +389,14 @@ const char *read_enumerated(io *stream, uint32_t *out, uint32_t expected, uint32
 }
 
 static size_t unsigned_size(uint32_t value) {
-    if (value >= 2147483648U)
-        return 5; // a leading zero where the top bit is set
-    if (value > 8388607)
-        return 4;
-    if (value > 32767)
-        return 3;
-    if (value > 127)
-        return 2;
+    if (value >= 2147483648U) return 5; // a leading zero where the top bit is set
+    if (value > 8388607) return 4;
+    if (value > 32767) return 3;
+    if (value > 127) return 2;
     return value != 0 ? 1 : 0;
 }
 
 const char *write_enumerated(io *stream, uint32_t value, uint32_t tag) {
-    if (auto *failure = write_tag(stream, tag))
-        return failure;
+    if (auto *failure = write_tag(stream, tag)) return failure;
     return write_content(stream, value, unsigned_size(value));
 }

@@ -1,13 +1,14 @@
-// Basic Encoding Rules (ITU-T X.690) as this protocol has them: primitives that are read and written one at a time,
-// with no framing around a message.
+// Basic Encoding Rules (ITU-T X.690) as this protocol has them: primitives that are read and written one at a
+// time, with no framing around a message.
 //
-// Departures from X.690, which are the wire format: zero has an empty content; the byte 0x19 may stand as a filler
-// wherever a tag is expected; a real is a decimal text behind an octet 0; a big number is an unsigned magnitude under
-// the INTEGER tag.
+// Departures from X.690, which are the wire format: zero has an empty content; the byte 0x19 may stand as a
+// filler wherever a tag is expected; a real is a decimal text behind an octet 0; a big number is an unsigned
+// magnitude under the INTEGER tag.
 //
-// A tag code is (number << 3) | (class << 1) | constructed, class 0 universal, 1 application, 2 context, 3 private.
-// A reader that takes `tag` is given a tag code that its caller has read already, or 0 to read it itself. Every
-// function returns absent or a failure text, behind which the position in the stream is undefined.
+// A tag code is (number << 3) | (class << 1) | constructed, class 0 universal, 1 application, 2 context, 3
+// private. A reader that takes `tag` is given a tag code that its caller has read already, or 0 to read it
+// itself. Every function returns absent or a failure text, behind which the position in the stream is
+// undefined.
 #pragma once
 
 #include "platform/io.h"
@@ -34,7 +35,8 @@ enum : uint32_t {
 // Discards one whole value.
 [[nodiscard]] const char *skip_value(io *stream, uint32_t tag);
 
-// Discards all values up to and with the end of the current list: what a newer peer appends to a record is ignored.
+// Discards all values up to and with the end of the current list: what a newer peer appends to a record is
+// ignored.
 [[nodiscard]] const char *skip_to_eol(io *stream);
 
 [[nodiscard]] const char *write_tag(io *stream, uint32_t tag);
@@ -47,7 +49,8 @@ enum : uint32_t {
 [[nodiscard]] const char *write_null(io *stream);
 
 // The refused value stays in `*out` when it lies outside the range.
-[[nodiscard]] const char *read_signed_int(io *stream, int32_t minimum, int32_t maximum, int32_t *out, uint32_t tag);
+[[nodiscard]] const char *read_signed_int(io *stream, int32_t minimum, int32_t maximum, int32_t *out,
+                                          uint32_t tag);
 [[nodiscard]] const char *write_signed_int(io *stream, int32_t minimum, int32_t maximum, int32_t value);
 
 // The caller frees the number. A writer refuses more than 35 limbs.
@@ -60,7 +63,8 @@ enum : uint32_t {
 [[nodiscard]] const char *read_real(io *stream, double *out, uint32_t tag);
 [[nodiscard]] const char *write_real(io *stream, double value);
 
-// At most `limit` bytes, without the terminator. The caller frees what is read. An absent text goes as an empty one.
+// At most `limit` bytes, without the terminator. The caller frees what is read. An absent text goes as an
+// empty one.
 [[nodiscard]] const char *read_string(io *stream, uint32_t limit, char **out, uint32_t tag);
 [[nodiscard]] const char *write_string(io *stream, uint32_t limit, const char *text);
 

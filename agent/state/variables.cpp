@@ -141,6 +141,12 @@ variable *var_get(const char *key) {
     return *find_link(key);
 }
 
+char *var_value(const char *key) {
+    std::lock_guard held(lock);
+    const variable *entry = *find_link(key);
+    return entry != nullptr ? text_copy(entry->value) : nullptr;
+}
+
 const char *var_set(variable *entry) {
     if (entry == nullptr) return "Out of memory when cloning variable";
     std::lock_guard held(lock);

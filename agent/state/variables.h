@@ -31,6 +31,9 @@ void var_free(variable *entry); // takes absent
 // The entry, which remains the store's, or absent. Not to be kept across a var_set of the same key.
 variable *var_get(const char *key);
 
+// A new copy of the value, or absent: safe beside a thread that sets the same key.
+char *var_value(const char *key);
+
 // Hands a filled entry to the store. Takes absent as a failed allocation.
 [[nodiscard]] const char *var_set(variable *entry);
 
