@@ -1,4 +1,4 @@
-// AES with a 128-bit key in electronic codebook mode (FIPS 197), in the shape of the public submission interface.
+// AES with a 128-bit key in electronic codebook mode (FIPS 197), in the shape of its submission interface.
 #pragma once
 
 #include <cstddef>

@@ -1,0 +1,50 @@
+#include "probes/os/counter_provider.h"
+#include "probes/os/host_files_linux.h"
+#include "probes/os/perf_counter_ops.h"
+
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+
+static int64_t list_folder(const char *path, char *buffer, size_t size) {
+    DIR *folder = opendir(path);
+    if (folder == nullptr) return -1;
+    size_t length = 0;
+    while (const dirent *entry = readdir(folder)) {
+        size_t name = strlen(entry->d_name);
+        if (length + name + 1 >= size) {
+            length = size;
+            break;
+        }
+        memcpy(buffer + length, entry->d_name, name);
+        buffer[length + name] = '\n';
+        length += name + 1;
+    }
+    closedir(folder);
+    return static_cast<int64_t>(length);
+}
+
+static int64_t read_source(const char *path, char *buffer, size_t size) {
+    bool folder = path[strlen(path) - 1] == '/';
+    return folder ? list_folder(path, buffer, size) : read_host_file(path, buffer, size);
+}
+
+static uint64_t ticks() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+const counter_sources_ops counter_sources_ops_host = {.read_source = read_source, .ticks = ticks};
+
+const perf_counter_ops perf_counter_ops_host = {
+    .PdhOpenQueryA = provider_open_query,
+    .PdhAddCounterA = provider_add_counter,
+    .PdhRemoveCounter = provider_remove_counter,
+    .PdhCloseQuery = provider_close_query,
+    .PdhCollectQueryData = provider_collect,
+    .PdhGetFormattedCounterValue = provider_format_value,
+    .PdhLookupPerfNameByIndexA = provider_name_by_index,
+    .PdhLookupPerfIndexByNameA = provider_index_by_name,
+    .RegQueryValueExA = provider_query_value,
+};
