@@ -8,6 +8,9 @@ inline constexpr const char *PRODUCT = "Tarnix";
 // "v.3.8.0 build 5153 on" and the words of the host that is built for.
 extern const char *const version_text;
 
+// The host in one word.
+extern const char *const host_word;
+
 // What the agent tells the server about its build.
 inline constexpr int32_t PACKAGE_ID = 34;
 inline constexpr int32_t MAJOR_VERSION = 3;

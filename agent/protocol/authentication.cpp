@@ -90,7 +90,8 @@ const char *connect_to_server(const agent_config *config, io **out) {
     uint16_t port;
     const server_entry *server = config_server(config, server_index, &port);
     uint32_t address;
-    if (auto *failure = socket_resolve(server->name, &address)) return failure;
+    // An empty list is legal; its current server has no name.
+    if (auto *failure = socket_resolve(server->name != nullptr ? server->name : "", &address)) return failure;
     if (auto *failure = socket_io_create(out, address, port, SOCKET_NONBLOCKING)) return failure;
     return *out != nullptr ? nullptr : "socket_create returned no error, but we didn't receive an io";
 }

@@ -1,0 +1,40 @@
+#include "core/families.h"
+
+#include "core/os_arch.h"
+#include "devtree/check_table.h"
+#include "platform/fatal.h"
+#include "probes/os/drives.h"
+#include "probes/os/memory.h"
+#include "probes/os/perf_counter.h"
+#include "probes/os/system_load.h"
+
+// In scan order. A row without functions offers nothing, and a check of it finds an unknown device.
+static check_entry rows[] = {
+    {"fs", scan_mounts, check_fs, 0},
+    {"mem", scan_meminfo, check_mem, 0},
+    {"system", scan_system, check_system, 0},
+    {"proc", nullptr, nullptr, 0},
+    {"smart", nullptr, nullptr, 0},
+    {"ifthrough", nullptr, nullptr, 0},
+    {"ifevents", nullptr, nullptr, 0},
+    {"custom", nullptr, nullptr, 0},
+    {"log", nullptr, nullptr, CHECK_SELF_QUEUE},
+    {"scm", nullptr, nullptr, 0},
+    {"perf", nullptr, check_perfcnt, 0},
+    {"action", nullptr, nullptr, 0},
+    {"safte", nullptr, nullptr, 0},
+    {"ipmisens", nullptr, nullptr, 0},
+    {"csmiplus", nullptr, nullptr, 0},
+    {"block", nullptr, nullptr, 0},
+    {},
+};
+
+void connect_rooms() {
+    check_table = rows;
+    fatal_cleanup = platform_cleanup;
+}
+
+void families_reset() {
+    for (check_entry *row = rows; row->name != nullptr; row++)
+        row->flags &= ~CHECK_DISABLED;
+}

@@ -1,0 +1,45 @@
+#include "core/host.h"
+
+#include "core/signals.h"
+#include "platform/clock.h"
+#include "platform/errors.h"
+#include "platform/fatal.h"
+#include "platform/files.h"
+#include "platform/regex.h"
+#include "platform/registry.h"
+#include "platform/sockets_ops.h"
+#include "platform/waits.h"
+#include "probes/os/counter_provider.h"
+#include "probes/os/drives_ops.h"
+#include "probes/os/host_info_ops.h"
+#include "probes/os/memory_ops.h"
+#include "probes/os/perf_counter_ops.h"
+#include "settings/places.h"
+#include "settings/registry_file.h"
+
+void use_host() {
+    // platform
+    clock_host = &clock_ops_host;
+    error_host = &error_ops_host;
+    event_host = &event_ops_host;
+    files_host = &files_ops_host;
+    process_host = &process_ops_host;
+    random_host = &random_ops_host;
+    regex_host = &regex_ops_host;
+    sockets_host = &sockets_ops_host;
+    waits_host = &waits_ops_host;
+
+    // settings: files stand for the registry
+    places_host = &places_ops_host;
+    registry_host = &registry_file_ops;
+
+    // probes of the operating system
+    counter_sources_host = &counter_sources_ops_host;
+    drives_host = &drives_ops_host;
+    host_info_host = &host_info_ops_host;
+    memory_host = &memory_ops_host;
+    perf_counter_host = &perf_counter_ops_host;
+
+    // the process
+    signals_host = &signals_ops_host;
+}

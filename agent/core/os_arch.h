@@ -1,0 +1,12 @@
+// The platform's half of start-up and its reverse.
+#pragma once
+
+struct waitable;
+
+void init_os_arch_specific();
+
+// Takes back what init_os_arch_specific has set up. Also reached from fatal.
+void platform_cleanup();
+
+// Ends the main loop's sleep and the sleeps inside probes.
+extern waitable *signal_ev;

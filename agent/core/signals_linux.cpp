@@ -1,0 +1,58 @@
+#include "core/signals.h"
+#include "platform/waits_linux.h"
+
+#include <cerrno>
+#include <csignal>
+
+namespace {
+
+struct signal_row {
+    int number;
+    void (*signalled)();
+    bool stops;
+};
+
+constexpr signal_row rows[] = {
+    {SIGTERM, stop_signalled, true},   {SIGINT, stop_signalled, true},    {SIGUSR1, force_signalled, false},
+    {SIGUSR2, burst_signalled, false}, {SIGHUP, reopen_signalled, false},
+};
+
+volatile sig_atomic_t stop_file = -1;
+volatile sig_atomic_t user_file = -1;
+
+} // namespace
+
+static void handle(int number) {
+    int kept = errno;
+    for (const signal_row &row : rows) {
+        if (row.number != number) continue;
+        row.signalled();
+        int file = row.stops ? stop_file : user_file;
+        if (file >= 0) signal_descriptor(file);
+    }
+    errno = kept;
+}
+
+static void set_handlers(void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    for (const signal_row &row : rows)
+        sigaction(row.number, &action, nullptr);
+}
+
+static void install(waitable *stop_event, waitable *user_event) {
+    stop_file = stop_event != nullptr ? stop_event->file : -1;
+    user_file = user_event != nullptr ? user_event->file : -1;
+    signal(SIGPIPE, SIG_IGN);
+    set_handlers(handle);
+}
+
+// The events are about to be closed. The flags go on being set, so that a second signal does not end the
+// process in the midst of its clean-up.
+static void remove_files() {
+    stop_file = -1;
+    user_file = -1;
+}
+
+const signals_ops signals_ops_host = {.install = install, .remove = remove_files};
