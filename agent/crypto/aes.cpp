@@ -31,7 +31,7 @@ constexpr uint8_t inverse(uint8_t a) {
 }
 
 // FIPS 197, 5.1.1.
-constexpr uint8_t substitute(uint8_t a) {
+constexpr uint8_t box_entry(uint8_t a) {
     uint8_t b = inverse(a);
     return static_cast<uint8_t>(b ^ std::rotl(b, 1) ^ std::rotl(b, 2) ^ std::rotl(b, 3) ^ std::rotl(b, 4) ^
                                 0x63);
@@ -48,7 +48,7 @@ struct cipher_tables {
     round_tables backward;
 };
 
-// Adds the column that a byte in row 0 gives; further rows have it rotated.
+// Sets what a byte gives: the column for row 0, the same rotated for the rows below.
 constexpr void set_column(round_tables *tables, int byte, uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
     uint32_t column = uint32_t{a} << 24 | uint32_t{b} << 16 | uint32_t{c} << 8 | d;
     for (int row = 0; row < 4; row++)
@@ -58,7 +58,7 @@ constexpr void set_column(round_tables *tables, int byte, uint8_t a, uint8_t b, 
 constexpr cipher_tables make_tables() {
     cipher_tables made = {};
     for (int i = 0; i < 256; i++) {
-        uint8_t out = substitute(static_cast<uint8_t>(i));
+        uint8_t out = box_entry(static_cast<uint8_t>(i));
         made.forward.box[i] = out;
         made.backward.box[out] = static_cast<uint8_t>(i);
     }
@@ -84,7 +84,7 @@ void put_word(uint8_t *bytes, uint32_t word) {
     bytes[3] = static_cast<uint8_t>(word);
 }
 
-// The four words that a column is made of, by row.
+// A column behind a full round; its rows come from four columns. The last round only substitutes.
 uint32_t mix(const round_tables &tables, uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
     return tables.mixed[0][a >> 24] ^ tables.mixed[1][b >> 16 & 0xFF] ^ tables.mixed[2][c >> 8 & 0xFF] ^
            tables.mixed[3][d & 0xFF];

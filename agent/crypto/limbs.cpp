@@ -22,7 +22,7 @@ void limbs_shift_left_one(uint32_t *limbs, uint64_t count) {
     limbs_shift_left(limbs, count, 1);
 }
 
-// The limb `index` of the number that `low` and `high` are neighbours in, moved up by less than a limb.
+// The upper of two neighbours when both are shifted left by less than a limb.
 static uint32_t joined(uint32_t high, uint32_t low, uint64_t bits) {
     uint64_t both = uint64_t{high} << LIMB_BITS | low;
     return static_cast<uint32_t>(both >> (LIMB_BITS - bits));

@@ -1,26 +1,12 @@
 #include "crypto/bignum.h"
 
+#include "crypto/kept_stderr.h"
 #include "crypto/numbers.h"
 #include "fakes/test_host.h"
 
 #include <cstring>
 
 using wide = unsigned __int128;
-
-static std::string stderr_text;
-
-// Keeps what goes to stderr, until the next test_host.
-static void keep_stderr() {
-    static files_ops keeping;
-    keeping = *files_host;
-    keeping.write = [](host_file file, const void *bytes, size_t size) {
-        EXPECT_EQ(file, files_host->stderr_handle);
-        stderr_text.append(static_cast<const char *>(bytes), size);
-        return static_cast<int64_t>(size);
-    };
-    files_host = &keeping;
-    stderr_text.clear();
-}
 
 TEST(bn_new, of_zero_has_no_limbs_in_use) {
     test_host host;
