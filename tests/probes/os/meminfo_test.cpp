@@ -1,0 +1,77 @@
+#include "probes/os/meminfo.h"
+
+#include "probes/os/machine.h"
+#include "probes/os/processor_list.h"
+
+#include <gtest/gtest.h>
+
+static constexpr uint64_t KB = 1024;
+
+TEST(parse_meminfo, reads_a_small_container) {
+    meminfo memory;
+    ASSERT_TRUE(parse_meminfo(recorded_machine("container").text("/proc/meminfo").c_str(), &memory));
+    EXPECT_EQ(memory.total, 4030352 * KB);
+    EXPECT_EQ(memory.available, 2514480 * KB);
+    EXPECT_EQ(memory.swap_total, 0U);
+    EXPECT_EQ(memory.swap_free, 0U);
+    EXPECT_EQ(memory.committed, 2901312 * KB);
+}
+
+TEST(parse_meminfo, reads_terabytes) {
+    meminfo memory;
+    ASSERT_TRUE(parse_meminfo(recorded_machine("numa").text("/proc/meminfo").c_str(), &memory));
+    EXPECT_EQ(memory.total, 3170893824 * KB);
+    EXPECT_EQ(memory.swap_free, 60112233 * KB);
+}
+
+TEST(parse_meminfo, works_out_what_an_old_kernel_does_not_tell) {
+    meminfo memory;
+    ASSERT_TRUE(parse_meminfo("MemTotal: 1000 kB\nMemFree: 100 kB\nBuffers: 20 kB\nCached: 300 kB\n"
+                              "SwapCached: 900 kB\nShmem: 50 kB\nSReclaimable: 7 kB\n",
+                              &memory));
+    EXPECT_EQ(memory.available, (100 + 20 + 300 + 7 - 50) * KB);
+}
+
+TEST(parse_meminfo, never_subtracts_more_shared_memory_than_is_cached) {
+    meminfo memory;
+    ASSERT_TRUE(parse_meminfo("MemTotal: 1000 kB\nMemFree: 100 kB\nCached: 30 kB\nShmem: 50 kB\n", &memory));
+    EXPECT_EQ(memory.available, 100 * KB);
+}
+
+TEST(parse_meminfo, holds_parts_within_their_wholes) {
+    meminfo memory;
+    ASSERT_TRUE(parse_meminfo(
+        "MemTotal: 10 kB\nMemAvailable: 11 kB\nSwapTotal: 5 kB\nSwapFree: 18446744073709551615 kB\n",
+        &memory));
+    EXPECT_EQ(memory.available, 10 * KB);
+    EXPECT_EQ(memory.swap_free, 5 * KB);
+}
+
+TEST(parse_meminfo, refuses_what_does_not_tell_the_memory) {
+    meminfo memory;
+    EXPECT_FALSE(parse_meminfo("", &memory));
+    EXPECT_FALSE(parse_meminfo("MemTotal: 10 kB\n", &memory));
+    EXPECT_FALSE(parse_meminfo("MemAvailable: 10 kB\nMemFree: 10 kB\n", &memory));
+    EXPECT_FALSE(parse_meminfo("MemTotal: 10 kB\nMemAvailable: 9", &memory)) << "the line is cut off";
+    EXPECT_FALSE(parse_meminfo("MemTotal: -10 kB\nMemAvailable: 9 kB\n", &memory));
+}
+
+TEST(parse_processor_list, counts_ranges_and_single_processors) {
+    uint64_t mask = 0;
+    EXPECT_EQ(parse_processor_list("0-3,8,10-11\n", &mask), 7U);
+    EXPECT_EQ(mask, 0xD0FU);
+}
+
+TEST(parse_processor_list, counts_beyond_the_mask) {
+    uint64_t mask = 0;
+    EXPECT_EQ(parse_processor_list("0-16,19-383\n", &mask), 382U);
+    EXPECT_EQ(mask, ~(uint64_t{3} << 17));
+}
+
+TEST(parse_processor_list, stops_at_what_is_no_range) {
+    uint64_t mask = 0;
+    EXPECT_EQ(parse_processor_list("", &mask), 0U);
+    EXPECT_EQ(parse_processor_list("0,5-2,7", &mask), 1U);
+    EXPECT_EQ(parse_processor_list("0-", &mask), 0U);
+    EXPECT_EQ(parse_processor_list("0-99999999999", &mask), 0U);
+}
