@@ -12,7 +12,8 @@ struct check_entry {
     const char *name; // absent behind the last row
     // Adds what is found below `root`. Absent for a family that is offered by another row's scan.
     const char *(*scan)(devtree *root);
-    // Runs one check and fills the result, all but its status. Returns absent, an error text or CHECK_NO_RESULT.
+    // Runs one check and fills the result, all but its status. Returns absent, an error text or
+    // CHECK_NO_RESULT.
     const char *(*check)(devnode *device, resnode *result);
     uint32_t flags;
 };
@@ -23,8 +24,8 @@ inline const char *const CHECK_NO_RESULT = reinterpret_cast<const char *>(1);
 // The rows in force, in scan order.
 extern check_entry *check_table;
 
-// Runs all scans. Returns the first top-level group of a new tree that the caller frees, absent when nothing was
-// found. Nothing may follow `parent` past the top level of it.
+// Runs all scans. Returns the first top-level group of a new tree that the caller frees, absent when nothing
+// was found. Nothing may follow `parent` past the top level of it.
 devtree *scan_devices();
 
 // The row of this name, or absent.

@@ -1,9 +1,9 @@
-// Everything that is watched: groups that contain groups and leaf checks, each leaf with the queue of its results that
-// the server has not acknowledged yet.
+// Everything that is watched: groups that contain groups and leaf checks, each leaf with the queue of its
+// results that the server has not acknowledged yet.
 //
-// Plain records on the heap with one owner each: a group owns its devices, its children and, through `next`, the
-// siblings behind it; a leaf owns its results and its check's private state. A scan builds a tree to tell the server
-// what there is; the server answers with the tree of what shall be checked.
+// Plain records on the heap with one owner each: a group owns its devices, its children and, through `next`,
+// the siblings behind it; a leaf owns its results and its check's private state. A scan builds a tree to tell
+// the server what there is; the server answers with the tree of what shall be checked.
 //
 // Out of memory in an alloc_ function is fatal; none of them returns absent.
 #pragma once
@@ -67,7 +67,8 @@ struct lognode {
     logrule *rules;
 };
 
-// One line of host information. Without a value it is a heading, without a label it goes on with the item above.
+// One line of host information. Without a value it is a heading, without a label it goes on with the item
+// above.
 struct clinfo {
     char *label;
     char *value;
@@ -147,8 +148,8 @@ using lognode_guard = guard<lognode, free_lognode>;
 using logrule_guard = guard<logrule, free_logrule_list>;
 using clinfo_guard = guard<clinfo, free_clinfo_list>;
 
-// The child with this id; made with copies of both texts, as the last one, where there is none. Absent when memory is
-// out, with the tree as it was.
+// The child with this id; made with copies of both texts, as the last one, where there is none. Absent when
+// memory is out, with the tree as it was.
 devtree *devtree_child(devtree *parent, const char *id, const char *name);
 
 // Puts a chain of devices, linked by `next`, in front of the group's present ones.
@@ -164,7 +165,8 @@ void append_result(devnode *device, resnode *result);
 // Appends at the end of the rules.
 void lognode_add_rule(lognode *node, logrule *rule);
 
-// The group `depth` levels from the top above the device, 1 for the top one; absent where the chain is shorter.
+// The group `depth` levels from the top above the device, 1 for the top one; absent where the chain is
+// shorter.
 devtree *group_at_depth(const devnode *device, uint32_t depth);
 
 // Stores the chain from the top down to `group`, at most `max` entries, and returns its whole length.

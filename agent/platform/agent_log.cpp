@@ -21,8 +21,7 @@ constexpr size_t PREFIX = 26; // the time and ": "
 void write_line(char *line, size_t length) {
     line[length] = '\n';
     std::lock_guard lock(stream_lock);
-    if (stream != NO_FILE)
-        file_write_all(stream, line, length + 1);
+    if (stream != NO_FILE) file_write_all(stream, line, length + 1);
 }
 
 void write_prefix(char *line) {
@@ -50,15 +49,13 @@ static void log_line(int32_t level, const char *format, va_list arguments) {
         }
     }
     va_end(again);
-    if (agent_log_observer != nullptr)
-        agent_log_observer(level, line + PREFIX);
+    if (agent_log_observer != nullptr) agent_log_observer(level, line + PREFIX);
     write_prefix(line);
     write_line(line, whole);
 }
 
 void agent_log(int32_t level, const char *format, ...) {
-    if (level < threshold || stream == NO_FILE)
-        return;
+    if (level < threshold || stream == NO_FILE) return;
     va_list arguments;
     va_start(arguments, format);
     log_line(level, format, arguments);
@@ -84,8 +81,7 @@ host_file log_open(const char *path) {
 }
 
 void log_close() {
-    if (log_is_console() || stream == NO_FILE)
-        return;
+    if (log_is_console() || stream == NO_FILE) return;
     agent_log(LOG_WARNING, "Closing logfile");
     files_host->close(change_stream(NO_FILE));
 }

@@ -1,7 +1,7 @@
 // The agent's log: one line of text to one stream, with a threshold. The stream starts as stderr.
 //
-// A line is the local time in the 24 characters of ctime, ": ", the message and a line feed. It is handed to the
-// host in one piece when it is written.
+// A line is the local time in the 24 characters of ctime, ": ", the message and a line feed. It is handed to
+// the host in one piece when it is written.
 #pragma once
 
 #include "platform/files.h"
@@ -16,8 +16,8 @@ void agent_log(int32_t level, const char *format, ...) __attribute__((format(pri
 // Makes stderr the stream and returns the previous one.
 host_file log_to_stderr();
 
-// Opens `path` for appending and makes it the stream. Returns the stream, or NO_FILE when that failed; the log is
-// silent until the next attempt.
+// Opens `path` for appending and makes it the stream. Returns the stream, or NO_FILE when that failed; the
+// log is silent until the next attempt.
 host_file log_open(const char *path);
 
 // Does nothing on the console. Otherwise says so, closes the file and leaves the log without a stream.

@@ -31,6 +31,7 @@ inline constexpr size_t CTIME_SIZE = 25;
 // The 24 characters of ctime, "Wed Jun 30 21:49:08 1993", and their end.
 void format_ctime(int64_t time, char out[CTIME_SIZE]);
 
-// A small generator for holds and made-up results, the same on every host: 0 to 0x7FFF, as its users expect of rand.
+// A small generator for holds and made-up results, the same on every host: 0 to 0x7FFF, as its users expect
+// of rand.
 void tn_srand(uint32_t seed);
 int32_t tn_rand();

@@ -13,7 +13,8 @@ static bool host_localtime(int64_t time, tm *out) {
 }
 
 static void host_sleep(uint32_t milliseconds) {
-    timespec rest = {.tv_sec = milliseconds / 1000, .tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000};
+    timespec rest = {.tv_sec = milliseconds / 1000,
+                     .tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000};
     while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
     }
 }
@@ -22,8 +23,7 @@ static bool host_random_bytes(void *buffer, size_t count) {
     auto *at = static_cast<unsigned char *>(buffer);
     while (count > 0) {
         ssize_t got = getrandom(at, count, 0);
-        if (got < 0 && errno != EINTR)
-            return false;
+        if (got < 0 && errno != EINTR) return false;
         if (got > 0) {
             at += got;
             count -= static_cast<size_t>(got);

@@ -42,8 +42,7 @@ const char *error_text(uint32_t code) {
     while (length > 0 && (words[length - 1] == '\r' || words[length - 1] == '\n'))
         length--;
     words[length] = '\0';
-    if (length == 0)
-        snprintf(words, sizeof system_words, "%u", code);
+    if (length == 0) snprintf(words, sizeof system_words, "%u", code);
     return words;
 }
 

@@ -7,16 +7,16 @@
 struct error_ops {
     // The code of the calling thread's last failed call.
     uint32_t (*GetLastError)();
-    // Writes the host's words for `code`, at most `size` bytes with their end. False, with `*out_error` set, where the
-    // host has no words.
+    // Writes the host's words for `code`, at most `size` bytes with their end. False, with `*out_error` set,
+    // where the host has no words.
     bool (*FormatMessageA)(uint32_t code, char *buffer, uint32_t size, uint32_t *out_error);
 };
 
 extern const error_ops error_ops_host;
 extern const error_ops *error_host;
 
-// Formats a failure text, cut at 256 bytes. Each thread has two buffers, used in turn: a text is valid until the
-// second next call, and may be an argument of the next one.
+// Formats a failure text, cut at 256 bytes. Each thread has two buffers, used in turn: a text is valid until
+// the second next call, and may be an argument of the next one.
 const char *format_error(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // The host's words for a system error, line ends cut. Valid until the thread's next call.

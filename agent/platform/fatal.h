@@ -23,7 +23,8 @@ extern const event_ops *event_host;
 extern const process_ops process_ops_host;
 extern const process_ops *process_host;
 
-// What fatal runs before it ends the process: the clean-up of the platform's half of start-up. Harmless while unset.
+// What fatal runs before it ends the process: the clean-up of the platform's half of start-up. Harmless while
+// unset.
 extern void (*fatal_cleanup)();
 
 // Logs "Fatal error: %s", reports to the event log, cleans up and ends the process with status 1.

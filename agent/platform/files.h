@@ -43,8 +43,8 @@ struct files_ops {
     // Makes the folder, its owner alone may enter it; the folders above must exist.
     bool (*CreateDirectoryA)(const char *path);
 
-    // Seconds since 1970 of the creation of the file at `path`: 0 when it cannot be opened, -1 when its file system
-    // keeps no such time.
+    // Seconds since 1970 of the creation of the file at `path`: 0 when it cannot be opened, -1 when its file
+    // system keeps no such time.
     int64_t (*creation_time)(const char *path);
     // Counts the file's age from now on, where the file system can; makes the file where it is missing.
     void (*restart_age)(const char *path);
@@ -56,12 +56,13 @@ extern const files_ops *files_host;
 // Writes the whole buffer, however many calls that takes.
 bool file_write_all(host_file file, const void *buffer, size_t size);
 
-// The whole file as a new zero-terminated text, or absent: unreadable, or longer than `limit` bytes. `*out_length`,
-// if wanted, is its length, since a file may hold zero bytes.
+// The whole file as a new zero-terminated text, or absent: unreadable, or longer than `limit` bytes.
+// `*out_length`, if wanted, is its length, since a file may hold zero bytes.
 char *file_read_text(const char *path, size_t limit, size_t *out_length);
 
 // Makes the folders above `path` that are missing. A failure shows when the file itself is opened.
 void file_make_folders(const char *path);
 
-// Seconds since 1970 of the file's creation: 0 when it cannot be opened, the present time when the host knows none.
+// Seconds since 1970 of the file's creation: 0 when it cannot be opened, the present time when the host knows
+// none.
 int64_t file_creation_time(const char *path);

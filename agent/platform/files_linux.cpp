@@ -49,26 +49,22 @@ static file_facts facts_from(const struct stat &found) {
 
 static bool facts_of(host_file file, file_facts *out) {
     struct stat found;
-    if (fstat(static_cast<int>(file), &found) != 0)
-        return false;
+    if (fstat(static_cast<int>(file), &found) != 0) return false;
     *out = facts_from(found);
     return true;
 }
 
 static bool facts_at(const char *path, file_facts *out) {
     struct stat found;
-    if (stat(path, &found) != 0)
-        return false;
+    if (stat(path, &found) != 0) return false;
     *out = facts_from(found);
     return true;
 }
 
 static bool move_file(const char *from, const char *to) {
-    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
-        return true;
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
     // Some file systems do not know the flag; there the test has to come first.
-    if (errno != EINVAL)
-        return false;
+    if (errno != EINVAL) return false;
     struct stat found;
     if (lstat(to, &found) == 0) {
         errno = EEXIST;
@@ -86,8 +82,7 @@ static bool sync_folder_of(const char *path) {
     else
         snprintf(folder, sizeof folder, "%.*s", static_cast<int>(slash == path ? 1 : slash - path), path);
     int opened = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (opened < 0)
-        return false;
+    if (opened < 0) return false;
     // Not every file system can sync a folder, and then there is nothing more to be done.
     bool synced = fsync(opened) == 0 || errno == EINVAL;
     close(opened);
@@ -108,8 +103,7 @@ static bool create_directory(const char *path) {
 
 static int64_t creation_time(const char *path) {
     struct statx found;
-    if (statx(AT_FDCWD, path, 0, STATX_BTIME, &found) != 0)
-        return 0;
+    if (statx(AT_FDCWD, path, 0, STATX_BTIME, &found) != 0) return 0;
     return (found.stx_mask & STATX_BTIME) != 0 ? found.stx_btime.tv_sec : -1;
 }
 

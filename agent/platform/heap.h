@@ -19,14 +19,20 @@ void *heap_alloc(size_t size);
 void heap_free(void *block);
 
 // A cleared record of type T, or absent.
-template <class T> T *heap_new() {
+template <class T>
+T *heap_new() {
     return static_cast<T *>(heap_alloc(sizeof(T)));
 }
 
 // A guard keeps a record until the line that hands it to its owner releases it.
-template <auto Free> struct freeing {
-    template <class T> void operator()(T *record) const { Free(record); }
+template <auto Free>
+struct freeing {
+    template <class T>
+    void operator()(T *record) const {
+        Free(record);
+    }
 };
-template <class T, auto Free> using guard = std::unique_ptr<T, freeing<Free>>;
+template <class T, auto Free>
+using guard = std::unique_ptr<T, freeing<Free>>;
 
 using text_guard = guard<char, heap_free>;

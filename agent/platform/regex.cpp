@@ -28,15 +28,13 @@ static void rewrite_word_boundaries(char *pattern) {
 int tn_regcomp(tn_regex *out, const char *pattern) {
     *out = {};
     text_guard rewritten(text_copy(pattern));
-    if (rewritten == nullptr)
-        return TN_REG_UNUSABLE;
+    if (rewritten == nullptr) return TN_REG_UNUSABLE;
     rewrite_word_boundaries(rewritten.get());
     return regex_host->regcomp(out, rewritten.get());
 }
 
 int tn_regexec(const tn_regex *regex, const char *text, size_t count, tn_match *matches) {
-    if (regex->compiled == nullptr)
-        return TN_REG_UNUSABLE;
+    if (regex->compiled == nullptr) return TN_REG_UNUSABLE;
     return regex_host->regexec(regex, text, count, matches);
 }
 
@@ -45,7 +43,6 @@ void tn_regerror(int code, const tn_regex *regex, char *buffer, size_t size) {
 }
 
 void tn_regfree(tn_regex *regex) {
-    if (regex->compiled != nullptr)
-        regex_host->regfree(regex);
+    if (regex->compiled != nullptr) regex_host->regfree(regex);
     *regex = {};
 }

@@ -7,8 +7,7 @@
 
 static int compile(tn_regex *out, const char *pattern) {
     auto *compiled = heap_new<regex_t>();
-    if (compiled == nullptr)
-        return REG_ESPACE;
+    if (compiled == nullptr) return REG_ESPACE;
     int code = regcomp(compiled, pattern, REG_EXTENDED);
     if (code != 0) {
         heap_free(compiled);
@@ -22,8 +21,7 @@ static int execute(const tn_regex *regex, const char *text, size_t count, tn_mat
     regmatch_t found[16];
     size_t wanted = std::min(count, std::size(found));
     int code = regexec(static_cast<const regex_t *>(regex->compiled), text, wanted, found, 0);
-    if (code != 0)
-        return code;
+    if (code != 0) return code;
     for (size_t i = 0; i < count; i++)
         matches[i] = i < wanted ? tn_match{.start = found[i].rm_so, .end = found[i].rm_eo} : tn_match{-1, -1};
     return 0;

@@ -14,7 +14,8 @@ struct registry_key;
 
 // Each call but RegCloseKey gives 0 or a system error code.
 struct registry_ops {
-    uint32_t (*RegOpenKeyExA)(registry_hive hive, const char *path, registry_access access, registry_key **out);
+    uint32_t (*RegOpenKeyExA)(registry_hive hive, const char *path, registry_access access,
+                              registry_key **out);
     // Opens the key below `parent`, or makes it where `parent` is open for writing.
     uint32_t (*RegCreateKeyExA)(registry_key *parent, const char *path, registry_key **out);
     // `*size` holds the buffer's size before and the value's length behind the call, a terminator included.
@@ -27,7 +28,8 @@ struct registry_ops {
     uint32_t (*RegFlushKey)(registry_key *key);
     void (*RegCloseKey)(registry_key *key);
 
-    // Where settings and variables live in files, these name them. Optional: absent where they live elsewhere.
+    // Where settings and variables live in files, these name them. Optional: absent where they live
+    // elsewhere.
     void (*use_settings_file)(const char *path);
     void (*use_variables_file)(const char *path);
 };

@@ -1,4 +1,5 @@
-// TCP over IPv4 with a time limit on every step. Each operation returns absent or a failure text of format_error.
+// TCP over IPv4 with a time limit on every step. Each operation returns absent or a failure text of
+// format_error.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +21,8 @@ inline constexpr uint32_t SOCKET_DEFAULT_TIMEOUT = 600; // seconds
 [[nodiscard]] const char *socket_resolve(const char *host, uint32_t *out_address);
 
 // Connects within 600 seconds. `port` in host order. On failure no socket is left open.
-[[nodiscard]] const char *socket_create(uint32_t address, uint16_t port, socket_handle *out, uint32_t options);
+[[nodiscard]] const char *socket_create(uint32_t address, uint16_t port, socket_handle *out,
+                                        uint32_t options);
 
 // Sends all of the buffer.
 [[nodiscard]] const char *socket_send(socket_handle socket, const void *buffer, size_t length);

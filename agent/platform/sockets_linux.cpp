@@ -27,12 +27,10 @@ static const char *host_gethostbyname(const char *host, uint32_t *out_count, uin
     *out_count = 0;
     if (gethostbyname_r(host, &entry, memory, sizeof memory, &found, &code) != 0 || found == nullptr)
         return hstrerror(code);
-    if (found->h_addrtype != AF_INET)
-        return nullptr;
+    if (found->h_addrtype != AF_INET) return nullptr;
     while (found->h_addr_list[*out_count] != nullptr)
         ++*out_count;
-    if (*out_count > 0)
-        memcpy(out_address, found->h_addr_list[0], sizeof *out_address);
+    if (*out_count > 0) memcpy(out_address, found->h_addr_list[0], sizeof *out_address);
     return nullptr;
 }
 
@@ -80,8 +78,7 @@ static int32_t host_select(socket_handle socket, socket_readiness *wanted, uint3
     pollfd one = {.fd = file};
     one.events = static_cast<short>((wanted->readable ? POLLIN : 0) | (wanted->writable ? POLLOUT : 0));
     int count = poll(&one, 1, static_cast<int>(seconds * 1000));
-    if (count < 0 && errno == EINTR)
-        count = 0; // the caller's next step tries again
+    if (count < 0 && errno == EINTR) count = 0; // the caller's next step tries again
     // A failed connect makes a socket writable here; other hosts tell it through the exception set alone.
     bool failed = wanted->exception && (one.revents & (POLLERR | POLLHUP)) != 0;
     *wanted = {.readable = wanted->readable && one.revents != 0,
@@ -93,8 +90,7 @@ static int32_t host_select(socket_handle socket, socket_readiness *wanted, uint3
 static bool so_error(socket_handle socket, uint32_t *out_error) {
     int status = 0;
     socklen_t size = sizeof status;
-    if (getsockopt(static_cast<int>(socket), SOL_SOCKET, SO_ERROR, &status, &size) != 0)
-        return false;
+    if (getsockopt(static_cast<int>(socket), SOL_SOCKET, SO_ERROR, &status, &size) != 0) return false;
     *out_error = static_cast<uint32_t>(status);
     return true;
 }
@@ -110,16 +106,14 @@ static bool close_socket(socket_handle socket) {
 static bool host_getsockname(socket_handle socket, uint32_t *out_address, uint16_t *out_port) {
     sockaddr_in own = {};
     socklen_t size = sizeof own;
-    if (getsockname(static_cast<int>(socket), reinterpret_cast<sockaddr *>(&own), &size) != 0)
-        return false;
+    if (getsockname(static_cast<int>(socket), reinterpret_cast<sockaddr *>(&own), &size) != 0) return false;
     *out_address = own.sin_addr.s_addr;
     *out_port = ntohs(own.sin_port);
     return true;
 }
 
 static bool host_gethostname(char *buffer, size_t size) {
-    if (gethostname(buffer, size) != 0)
-        return false;
+    if (gethostname(buffer, size) != 0) return false;
     buffer[size - 1] = '\0';
     return true;
 }

@@ -16,7 +16,8 @@ struct sockets_ops {
     int32_t (*WSAStartup)(uint16_t version);
     // All ones where the text is no dotted address.
     uint32_t (*inet_addr)(const char *text);
-    // Absent, with the count of addresses and the first of them, or the words of the name service for the failure.
+    // Absent, with the count of addresses and the first of them, or the words of the name service for the
+    // failure.
     const char *(*gethostbyname)(const char *host, uint32_t *out_count, uint32_t *out_address);
     // A TCP socket over IPv4, or -1.
     socket_handle (*socket)();

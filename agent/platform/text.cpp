@@ -12,8 +12,7 @@ char *text_copy(const char *text) {
 
 char *text_copy_part(const char *text, size_t length) {
     auto *copy = static_cast<char *>(heap_alloc(length + 1));
-    if (copy != nullptr && length != 0)
-        memcpy(copy, text, length);
+    if (copy != nullptr && length != 0) memcpy(copy, text, length);
     return copy;
 }
 
@@ -32,14 +31,12 @@ bool text_starts_with(const char *text, const char *start) {
 
 char *text_to_lower(char *text) {
     for (char *c = text; *c != '\0'; c++)
-        if (*c >= 'A' && *c <= 'Z')
-            *c = static_cast<char>(*c - 'A' + 'a');
+        if (*c >= 'A' && *c <= 'Z') *c = static_cast<char>(*c - 'A' + 'a');
     return text;
 }
 
 void copy_bounded(char *target, const char *source, size_t size) {
-    if (size == 0)
-        return;
+    if (size == 0) return;
     size_t length = strnlen(source, size - 1);
     memcpy(target, source, length);
     target[length] = '\0';
@@ -50,21 +47,16 @@ bool is_blank(char c) {
 }
 
 static int digit_value(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A' + 10;
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'Z') return c - 'A' + 10;
     return 99;
 }
 
 static int base_of(const char **digits) {
     const char *text = *digits;
-    if (text[0] != '0')
-        return 10;
-    if ((text[1] != 'x' && text[1] != 'X') || digit_value(text[2]) >= 16)
-        return 8;
+    if (text[0] != '0') return 10;
+    if ((text[1] != 'x' && text[1] != 'X') || digit_value(text[2]) >= 16) return 8;
     *digits += 2;
     return 16;
 }
@@ -75,16 +67,13 @@ static uint64_t parse_signed(const char *text, int base, const char **out_end) {
     while (is_blank(*at))
         at++;
     bool negative = *at == '-';
-    if (*at == '-' || *at == '+')
-        at++;
-    if (base == 0)
-        base = base_of(&at);
+    if (*at == '-' || *at == '+') at++;
+    if (base == 0) base = base_of(&at);
     const char *digits = at;
     uint64_t value = 0;
     for (; digit_value(*at) < base; at++)
         value = value * static_cast<unsigned>(base) + static_cast<unsigned>(digit_value(*at));
-    if (out_end != nullptr)
-        *out_end = at == digits ? text : at;
+    if (out_end != nullptr) *out_end = at == digits ? text : at;
     return negative ? 0 - value : value;
 }
 
@@ -106,8 +95,7 @@ uint64_t parse_decimal(const char *text, const char **out_end) {
     uint64_t value = 0;
     for (; *text >= '0' && *text <= '9'; text++)
         value = value * 10 + static_cast<uint64_t>(*text - '0');
-    if (out_end != nullptr)
-        *out_end = text;
+    if (out_end != nullptr) *out_end = text;
     return value;
 }
 
@@ -115,12 +103,9 @@ int format_scaled(const char *prefix, double value, const char *suffix, char *bu
     constexpr double kilo = 1024.0;
     constexpr double mega = kilo * kilo;
     constexpr double giga = mega * kilo;
-    if (value >= giga)
-        return snprintf(buffer, size, "%s %6.2fG%s", prefix, value / giga, suffix);
-    if (value >= mega)
-        return snprintf(buffer, size, "%s %6.2fM%s", prefix, value / mega, suffix);
-    if (value >= kilo)
-        return snprintf(buffer, size, "%s %6.2fk%s", prefix, value / kilo, suffix);
+    if (value >= giga) return snprintf(buffer, size, "%s %6.2fG%s", prefix, value / giga, suffix);
+    if (value >= mega) return snprintf(buffer, size, "%s %6.2fM%s", prefix, value / mega, suffix);
+    if (value >= kilo) return snprintf(buffer, size, "%s %6.2fk%s", prefix, value / kilo, suffix);
     return snprintf(buffer, size, "%s %6.2f%s", prefix, value, suffix);
 }
 

@@ -17,8 +17,7 @@ wait_table wait_events;
 wait_table wakeup_events;
 
 uint32_t append(wait_table *table, waitable *object) {
-    if (table->count == WAIT_PLACES)
-        return 0;
+    if (table->count == WAIT_PLACES) return 0;
     table->objects[table->count] = object;
     return ++table->count;
 }
@@ -27,8 +26,7 @@ uint32_t remove_object(wait_table *table, waitable *object) {
     uint32_t place = 0;
     while (place < table->count && table->objects[place] != object)
         place++;
-    if (place == table->count)
-        return 0;
+    if (place == table->count) return 0;
     table->count--;
     for (; place < table->count; place++)
         table->objects[place] = table->objects[place + 1];
@@ -37,8 +35,7 @@ uint32_t remove_object(wait_table *table, waitable *object) {
 
 // A place from 1 up, 0 for a time-out, or WAIT_OBJECT_FAILED.
 int32_t sleep_on(const wait_table *table, int64_t seconds) {
-    if (seconds < 1)
-        return 0;
+    if (seconds < 1) return 0;
     auto milliseconds = static_cast<uint32_t>(seconds * 1000);
     if (table->count == 0) {
         clock_host->Sleep(milliseconds);
@@ -60,8 +57,7 @@ uint32_t del_wait_event(waitable *object) {
 
 uint32_t add_wakeup_event(waitable *object, uint32_t *out_index) {
     uint32_t index = append(&wakeup_events, object);
-    if (out_index != nullptr)
-        *out_index = index != 0 ? index : WAIT_PLACES;
+    if (out_index != nullptr) *out_index = index != 0 ? index : WAIT_PLACES;
     return index != 0;
 }
 
@@ -71,8 +67,7 @@ uint32_t del_wakeup_event(waitable *object) {
 
 int32_t wait_for_objects(int64_t seconds) {
     int32_t place = sleep_on(&wait_events, seconds);
-    if (place != WAIT_OBJECT_FAILED)
-        return place;
+    if (place != WAIT_OBJECT_FAILED) return place;
     agent_log(LOG_ERROR, "wait_for_objects WAIT_FAILED");
     return 0;
 }

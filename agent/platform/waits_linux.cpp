@@ -22,12 +22,10 @@ static void drain(int file) {
 
 static waitable *create_event(bool manual_reset, bool signalled) {
     auto *event = heap_new<waitable>();
-    if (event == nullptr)
-        return nullptr;
+    if (event == nullptr) return nullptr;
     event->file = eventfd(signalled ? 1 : 0, EFD_NONBLOCK | EFD_CLOEXEC);
     event->consumed = !manual_reset;
-    if (event->file >= 0)
-        return event;
+    if (event->file >= 0) return event;
     heap_free(event);
     return nullptr;
 }
@@ -55,12 +53,10 @@ static int poll_until(pollfd *files, uint32_t count, int64_t deadline) {
     for (;;) {
         int64_t left = deadline - milliseconds_now();
         timespec limit = {.tv_sec = left / 1000, .tv_nsec = static_cast<long>(left % 1000) * 1000000};
-        if (left < 0)
-            limit = {};
+        if (left < 0) limit = {};
         int ready = ppoll(files, count, &limit, nullptr);
         // A handler that wants to end the sleep signals one of the events; any other signal does not count.
-        if (ready >= 0 || errno != EINTR)
-            return ready;
+        if (ready >= 0 || errno != EINTR) return ready;
     }
 }
 
@@ -69,13 +65,10 @@ static int32_t wait_for_multiple(uint32_t count, waitable *const *objects, uint3
     for (uint32_t i = 0; i < count; i++)
         files[i] = {.fd = objects[i]->file, .events = POLLIN};
     int ready = poll_until(files, count, milliseconds_now() + milliseconds);
-    if (ready < 0)
-        return WAIT_OBJECT_FAILED;
+    if (ready < 0) return WAIT_OBJECT_FAILED;
     for (uint32_t i = 0; i < count; i++) {
-        if (files[i].revents == 0)
-            continue;
-        if (objects[i]->consumed)
-            drain(files[i].fd);
+        if (files[i].revents == 0) continue;
+        if (objects[i]->consumed) drain(files[i].fd);
         return static_cast<int32_t>(i);
     }
     return WAIT_OBJECT_TIMEOUT;
