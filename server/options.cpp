@@ -1,0 +1,129 @@
+#include "server/options.h"
+
+#include "platform/errors.h"
+
+#include <cstdlib>
+#include <sstream>
+
+const char *const USAGE = R"(usage: tnserver [--listen ADDRESS:PORT] [--store FILE] [--policy FILE] [--watch]
+       tnserver summary [--store FILE] [--require FAMILY,FAMILY...]
+       tnserver rekey [--store FILE] AGENT DOMAIN
+       tnserver policy
+
+Without a command, serves agents until it is interrupted.
+  --listen ADDRESS:PORT  where agents connect, 127.0.0.1:3241 by default; port 0 takes a free one
+  --store FILE           what is known about agents, with their keys and results
+  --policy FILE          who may register and what is checked, over the built-in policy
+  --watch                prints each result as it comes
+
+summary shows what a store holds, by family of checks. It ends with 1 when a family that is checked, or one that
+is required, has no result that is not an error.
+rekey lets an agent that has lost its key make a new one, once.
+policy prints the built-in policy, to start an own one from.
+)";
+
+namespace {
+
+struct option_row {
+    const char *name;
+    std::string server_options::*value;
+};
+
+constexpr option_row WITH_VALUE[] = {
+    {"--listen", &server_options::listen},
+    {"--store", &server_options::store},
+    {"--policy", &server_options::policy},
+};
+
+struct command_row {
+    const char *name;
+    command what;
+    size_t words; // arguments that are no options
+};
+
+constexpr command_row COMMANDS[] = {
+    {"summary", command::summary, 0},
+    {"rekey", command::rekey, 2},
+    {"policy", command::print_policy, 0},
+};
+
+std::vector<std::string> split_list(const std::string &text) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, ',');)
+        if (!part.empty()) parts.push_back(part);
+    return parts;
+}
+
+// Takes the option at `*at` with its value, and moves there behind it.
+const char *take_option(const std::vector<std::string> &arguments, size_t *at, server_options *out) {
+    const std::string &name = arguments[*at];
+    if (name == "--help" || name == "-h") {
+        out->what = command::help;
+        return nullptr;
+    }
+    if (name == "--watch") {
+        out->watch = true;
+        return nullptr;
+    }
+    std::string list;
+    std::string *value = name == "--require" ? &list : nullptr;
+    for (const option_row &row : WITH_VALUE)
+        if (name == row.name) value = &(out->*row.value);
+    if (value == nullptr) return format_error("unknown option %s", name.c_str());
+    if (*at + 1 == arguments.size() || arguments[*at + 1].empty())
+        return format_error("%s needs a value", name.c_str());
+    *value = arguments[++*at];
+    if (!list.empty()) out->require = split_list(list);
+    return nullptr;
+}
+
+size_t words_of(command what) {
+    for (const command_row &row : COMMANDS)
+        if (row.what == what) return row.words;
+    return 0;
+}
+
+} // namespace
+
+const char *parse_options(const std::vector<std::string> &arguments, server_options *out) {
+    std::vector<std::string> words;
+    size_t at = 0;
+    for (const command_row &row : COMMANDS)
+        if (!arguments.empty() && arguments[0] == row.name) {
+            out->what = row.what;
+            at = 1;
+        }
+    size_t wanted = words_of(out->what);
+    for (; at < arguments.size(); at++) {
+        if (arguments[at].empty() || arguments[at][0] != '-')
+            words.push_back(arguments[at]);
+        else if (auto *failure = take_option(arguments, &at, out))
+            return failure;
+    }
+    if (out->what == command::help) return nullptr;
+    if (words.size() > wanted) return format_error("\"%s\" is too much", words[wanted].c_str());
+    if (words.size() < wanted) return "rekey needs the name of the agent and its domain";
+    if (wanted == 2) {
+        out->agent = words[0];
+        out->domain = words[1];
+    }
+    std::string host;
+    std::string port;
+    return split_address(out->listen, &host, &port) ? nullptr : "--listen needs ADDRESS:PORT";
+}
+
+bool split_address(const std::string &text, std::string *out_host, std::string *out_port) {
+    size_t colon = text.rfind(':');
+    if (colon == std::string::npos) return false;
+    *out_host = text.substr(0, colon);
+    *out_port = text.substr(colon + 1);
+    if (out_host->size() > 2 && out_host->front() == '[' && out_host->back() == ']')
+        *out_host = out_host->substr(1, out_host->size() - 2);
+    else if (out_host->find(':') != std::string::npos)
+        return false;
+    char *end = nullptr;
+    long port = strtol(out_port->c_str(), &end, 10);
+    return !out_port->empty() && (*out_port)[0] >= '0' && (*out_port)[0] <= '9' && *end == '\0' &&
+           port <= 65535;
+}

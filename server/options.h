@@ -1,0 +1,25 @@
+// The command line of tnserver.
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum class command { serve, summary, rekey, print_policy, help };
+
+struct server_options {
+    command what = command::serve;
+    std::string listen = "127.0.0.1:3241";
+    std::string store; // "" for the usual place
+    std::string policy;
+    bool watch = false;
+    std::vector<std::string> require; // families, for the summary
+    std::string agent, domain;        // for rekey
+};
+
+extern const char *const USAGE;
+
+// Absent, or what is wrong with the arguments (without the program's name).
+[[nodiscard]] const char *parse_options(const std::vector<std::string> &arguments, server_options *out);
+
+// Splits "127.0.0.1:3241", "[::1]:3241" or ":3241". False when it is none of them.
+bool split_address(const std::string &text, std::string *out_host, std::string *out_port);

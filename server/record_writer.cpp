@@ -1,0 +1,172 @@
+#include "server/record_writer.h"
+
+#include "protocol/ber.h"
+#include "server/limits.h"
+
+#include <algorithm>
+#include <cmath>
+
+void record_writer::begin(uint32_t tag) {
+    if (failed == nullptr) failed = write_tag(stream, tag);
+    if (failed == nullptr) failed = write_indefinite(stream);
+}
+
+void record_writer::end() {
+    if (failed == nullptr) failed = write_eoc(stream);
+}
+
+void record_writer::integer(int32_t value) {
+    if (failed == nullptr) failed = write_signed_int(stream, INT32_MIN, INT32_MAX, value);
+}
+
+void record_writer::boolean(bool value) {
+    if (failed == nullptr) failed = write_bool(stream, value);
+}
+
+void record_writer::number(const bignum *value) {
+    if (failed == nullptr) failed = write_bignum(stream, value);
+}
+
+void record_writer::text(uint32_t limit, const std::string &value) {
+    if (failed == nullptr) failed = write_string(stream, limit, value.c_str());
+}
+
+const char *record_writer::flush() {
+    if (failed == nullptr) failed = stream->flush(stream);
+    return failed;
+}
+
+void record_writer::server_offers(int32_t version, bool has_master_key, bool has_hallmark) {
+    begin(TAG_SERVER_OFFERS);
+    integer(version);
+    begin(TAG_PRIVATE_KEY);
+    boolean(has_master_key);
+    boolean(has_hallmark);
+    end();
+    end();
+}
+
+void record_writer::negotiate_ack() {
+    begin(TAG_NEGOTIATE_ACK);
+    end();
+}
+
+void record_writer::negotiate_nack(const std::string &reason) {
+    begin(TAG_NEGOTIATE_NACK);
+    text(REASON_LIMIT, reason.substr(0, REASON_LIMIT));
+    end();
+}
+
+void record_writer::key_parameters(const bignum *modulus, const bignum *generator) {
+    begin(TAG_KEY_PARAMETERS);
+    number(modulus);
+    number(generator);
+    end();
+}
+
+void record_writer::number_record(uint32_t tag, const bignum *value) {
+    begin(tag);
+    number(value);
+    end();
+}
+
+void record_writer::time_resp(int32_t seconds, int32_t microseconds) {
+    begin(TAG_TIME_RESP);
+    integer(seconds);
+    integer(microseconds);
+    end();
+}
+
+void record_writer::scan_resp(bool nack) {
+    begin(TAG_SCAN_RESP);
+    boolean(nack);
+    end();
+}
+
+// An agent takes NULL for a limit that is off.
+void record_writer::limit(check_kind kind, std::optional<double> value) {
+    if (failed != nullptr) return;
+    if (!value)
+        failed = write_null(stream);
+    else if (kind == check_kind::real_continuous)
+        failed = write_real(stream, *value);
+    else
+        integer(static_cast<int32_t>(std::clamp(std::round(*value), 0.0, double{INT32_MAX})));
+}
+
+void record_writer::severities(const std::vector<uint32_t> &values) {
+    begin(BE_SEQ);
+    for (uint32_t severity : values)
+        if (failed == nullptr) failed = write_enumerated(stream, severity, BE_ENUMERATED);
+    end();
+}
+
+void record_writer::check(const check_conf &check) {
+    static constexpr uint32_t tags[] = {TAG_CONTINUOUS_CONF, TAG_REAL_CONF, TAG_ENUM_CONF};
+    begin(BE_SEQ);
+    integer(check.frequency);
+    text(ID_LIMIT, check.id);
+    begin(tags[static_cast<size_t>(check.kind)]);
+    if (check.kind == check_kind::enumeration) {
+        severities(check.limits.severities);
+    } else {
+        const check_limits &limits = check.limits;
+        for (auto value : {limits.alert_high, limits.alert_low, limits.warn_high, limits.warn_low})
+            limit(check.kind, value);
+    }
+    end();
+    end();
+}
+
+void record_writer::groups(const std::vector<check_conf_group> &list) {
+    begin(BE_SEQ);
+    for (const check_conf_group &group : list) {
+        begin(BE_SEQ);
+        text(ID_LIMIT, group.id);
+        begin(BE_SEQ);
+        for (const check_conf &entry : group.checks)
+            check(entry);
+        end();
+        groups(group.groups);
+        end();
+    }
+    end();
+}
+
+void record_writer::servers(const std::vector<server_address> &list) {
+    begin(BE_SEQ);
+    for (const server_address &server : list) {
+        begin(BE_SEQ);
+        text(NAME_LIMIT, server.name);
+        integer(server.port);
+        end();
+    }
+    end();
+}
+
+void record_writer::configure(const configure_resp &reply) {
+    begin(TAG_CONFIGURE_RESP);
+    text(ID_LIMIT, reply.id);
+    integer(reply.checkin_frequency);
+    servers(reply.servers);
+    groups(reply.checks);
+    end();
+}
+
+void record_writer::checkin(const checkin_resp &reply) {
+    begin(TAG_CHECKIN_RESP);
+    boolean(reply.ack);
+    boolean(reply.conf_changed);
+    boolean(reply.upgrade);
+    begin(BE_SEQ); // the AgentActions, none so far
+    end();
+    boolean(reply.scan);
+    end();
+}
+
+void record_writer::downtime_resp(bool success, const std::string &message) {
+    begin(TAG_DOWNTIME_RESP);
+    boolean(success);
+    text(REASON_LIMIT, message.substr(0, REASON_LIMIT));
+    end();
+}

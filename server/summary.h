@@ -1,0 +1,34 @@
+// What a store holds, by family of checks, for people and for a script's exit status.
+#pragma once
+
+#include "server/database.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// One family over all agents.
+struct family_summary {
+    std::string name;
+    int64_t offered = 0;     // devices
+    int64_t checks = 0;      // configured at present
+    int64_t results[4] = {}; // by status
+
+    int64_t valid_results() const { return results[0] + results[1] + results[2]; }
+};
+
+struct store_summary {
+    int64_t agents = 0;
+    int64_t first_result = 0, last_result = 0; // when they arrived, 0 for never
+    std::vector<family_summary> families;      // by name
+    std::vector<std::string> silent_checks;    // configured ones without any result
+};
+
+[[nodiscard]] const char *summarize(database &store, store_summary *out);
+
+// The lines to print.
+std::string summary_text(const store_summary &summary);
+
+// The families that are required, and of the configured ones all, that have no result of status 0 to 2. With
+// no agent at all there is nothing to be content with: the list then holds a word for that.
+std::vector<std::string> unsatisfied(const store_summary &summary, const std::vector<std::string> &required);
