@@ -3,6 +3,7 @@
 #include "platform/clock.h"
 #include "platform/heap.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -12,16 +13,18 @@ void (*agent_log_observer)(int32_t level, const char *message);
 
 namespace {
 
-std::mutex stream_lock; // the stream is shared with the threads beside the main one
-host_file stream = NO_FILE;
-int32_t threshold = 0;
+// The log is shared with the threads beside the main one. The lock keeps a stream open while a line goes to
+// it.
+std::mutex stream_lock;
+std::atomic<host_file> stream{NO_FILE};
+std::atomic<int32_t> threshold{0};
 
 constexpr size_t PREFIX = 26; // the time and ": "
 
 void write_line(char *line, size_t length) {
     line[length] = '\n';
     std::lock_guard lock(stream_lock);
-    if (stream != NO_FILE) file_write_all(stream, line, length + 1);
+    if (log_stream() != NO_FILE) file_write_all(log_stream(), line, length + 1);
 }
 
 void write_prefix(char *line) {
@@ -36,6 +39,7 @@ static void log_line(int32_t level, const char *format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     int length = vsnprintf(short_line + PREFIX, sizeof short_line - PREFIX, format, arguments);
+    if (length < 0) short_line[PREFIX] = '\0'; // what cannot be formatted is an empty message
     size_t whole = PREFIX + static_cast<size_t>(length < 0 ? 0 : length);
     text_guard long_line;
     char *line = short_line;
@@ -55,7 +59,8 @@ static void log_line(int32_t level, const char *format, va_list arguments) {
 }
 
 void agent_log(int32_t level, const char *format, ...) {
-    if (level < threshold || stream == NO_FILE) return;
+    if (level < threshold.load(std::memory_order_relaxed)) return;
+    if (log_stream() == NO_FILE) return;
     va_list arguments;
     va_start(arguments, format);
     log_line(level, format, arguments);
@@ -64,9 +69,7 @@ void agent_log(int32_t level, const char *format, ...) {
 
 static host_file change_stream(host_file to) {
     std::lock_guard lock(stream_lock);
-    host_file before = stream;
-    stream = to;
-    return before;
+    return stream.exchange(to);
 }
 
 host_file log_to_stderr() {
@@ -81,7 +84,7 @@ host_file log_open(const char *path) {
 }
 
 void log_close() {
-    if (log_is_console() || stream == NO_FILE) return;
+    if (log_is_console() || log_stream() == NO_FILE) return;
     agent_log(LOG_WARNING, "Closing logfile");
     files_host->close(change_stream(NO_FILE));
 }
@@ -91,11 +94,11 @@ void log_set_level(int32_t level) {
 }
 
 bool log_is_console() {
-    return stream != NO_FILE && stream == files_host->stderr_handle;
+    return log_stream() != NO_FILE && log_stream() == files_host->stderr_handle;
 }
 
 host_file log_stream() {
-    return stream;
+    return stream.load(std::memory_order_relaxed);
 }
 
 void log_reset() {
