@@ -29,6 +29,14 @@ bool text_starts_with(const char *text, const char *start) {
     return strncmp(text, start, strlen(start)) == 0;
 }
 
+// The 32-bit FNV-1a hash.
+uint32_t text_hash(const char *text) {
+    uint32_t hash = 2166136261U;
+    for (; *text != '\0'; text++)
+        hash = (hash ^ static_cast<unsigned char>(*text)) * 16777619U;
+    return hash;
+}
+
 char *text_to_lower(char *text) {
     for (char *c = text; *c != '\0'; c++)
         if (*c >= 'A' && *c <= 'Z') *c = static_cast<char>(*c - 'A' + 'a');
