@@ -56,10 +56,11 @@ char *file_read_text(const char *path, size_t limit, size_t *out_length) {
 }
 
 void file_make_folders(const char *path) {
+    const char *separators = files_host->separators != nullptr ? files_host->separators : "/";
     text_guard folder(text_copy(path));
-    if (folder == nullptr) return;
-    for (char *at = folder.get() + 1; *at != '\0' && at[-1] != '\0'; at++) {
-        if (*at != '/' && *at != '\\') continue;
+    if (folder == nullptr || *path == '\0') return;
+    for (char *at = folder.get() + 1; *at != '\0'; at++) {
+        if (strchr(separators, *at) == nullptr) continue;
         char separator = *at;
         *at = '\0';
         file_facts facts;

@@ -48,6 +48,9 @@ struct files_ops {
     int64_t (*creation_time)(const char *path);
     // Counts the file's age from now on, where the file system can; makes the file where it is missing.
     void (*restart_age)(const char *path);
+
+    // The bytes that divide a path into folders. Optional: '/' where it is absent.
+    const char *separators;
 };
 
 extern const files_ops files_ops_host;
