@@ -17,8 +17,8 @@ void format_ctime(int64_t time, char out[CTIME_SIZE]) {
     tm local = {};
     if (!clock_host->localtime(time, &local)) local = tm{.tm_mday = 1, .tm_year = 70, .tm_wday = 4};
     char line[64];
-    snprintf(line, sizeof line, "%s %s %2d %02d:%02d:%02d %d", days[local.tm_wday % 7],
+    snprintf(line, sizeof line, "%s %s %2d %02d:%02d:%02d %lld", days[local.tm_wday % 7],
              months[local.tm_mon % 12], local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-             local.tm_year + 1900);
+             local.tm_year + 1900LL);
     copy_bounded(out, line, CTIME_SIZE);
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <regex.h>
 
+static_assert(int{REG_NOMATCH} == int{TN_REG_NOMATCH});
+
 static int compile(tn_regex *out, const char *pattern) {
     auto *compiled = heap_new<regex_t>();
     if (compiled == nullptr) return REG_ESPACE;

@@ -36,7 +36,7 @@ uint32_t remove_object(wait_table *table, waitable *object) {
 // A place from 1 up, 0 for a time-out, or WAIT_OBJECT_FAILED.
 int32_t sleep_on(const wait_table *table, int64_t seconds) {
     if (seconds < 1) return 0;
-    auto milliseconds = static_cast<uint32_t>(seconds * 1000);
+    uint32_t milliseconds = static_cast<uint32_t>(seconds) * 1000; // wraps in 32 bits
     if (table->count == 0) {
         clock_host->Sleep(milliseconds);
         return 0;
