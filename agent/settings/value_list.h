@@ -1,4 +1,4 @@
-// Pairs of key and value, as a settings file or a variables file holds them.
+// Pairs of key and value in the order of a settings file or a variables file, each key once.
 #pragma once
 
 #include "platform/heap.h"
@@ -15,13 +15,13 @@ struct value_list {
     file_value *values;
     uint32_t count;
     uint32_t capacity;
-    uint32_t cursor; // where the next search starts: users walk the list in its order
+    uint32_t *slots; // an index by key, twice the capacity: the place in `values` and 1, 0 for none
 };
 
 void free_values(value_list *list); // leaves it empty
 
 // The value of this key, or absent.
-file_value *find_value(value_list *list, const char *key);
+file_value *find_value(const value_list *list, const char *key);
 
 // Sets the value of the key, or appends it. Copies both. False when memory is out, with the list as it was.
 bool set_value(value_list *list, const char *key, const char *value);
