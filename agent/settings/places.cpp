@@ -1,5 +1,6 @@
 #include "settings/places.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -9,20 +10,29 @@ static bool is_set(const char *value) {
     return value != nullptr && *value != '\0';
 }
 
-// The first folder of a list.
-static void in_first_folder(const char *folders, const char *file, char out[PLACE_SIZE]) {
-    snprintf(out, PLACE_SIZE, "%.*s%s", static_cast<int>(strcspn(folders, ":")), folders, file);
+// A place whose name is too long is none.
+__attribute__((format(printf, 2, 3))) static void print_place(char out[PLACE_SIZE], const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    int length = vsnprintf(out, PLACE_SIZE, format, arguments);
+    va_end(arguments);
+    if (length < 0 || static_cast<size_t>(length) >= PLACE_SIZE) out[0] = '\0';
 }
 
-// `folder`/`file`, or `home``fallback`/`file` where the folder is not set; empty where there is no home
-// either.
+// The first folder of a list.
+static void in_first_folder(const char *folders, const char *file, char out[PLACE_SIZE]) {
+    print_place(out, "%.*s%s", static_cast<int>(strcspn(folders, ":")), folders, file);
+}
+
+// The file in the product's folder below `folder`, or below `fallback` of the home where the folder is not
+// set; empty where there is no home either.
 static void in_home(const char *folder, const char *home, const char *fallback, const char *file,
                     char out[PLACE_SIZE]) {
     out[0] = '\0';
     if (is_set(folder))
-        snprintf(out, PLACE_SIZE, "%s/tarnix%s", folder, file);
+        print_place(out, "%s/tarnix%s", folder, file);
     else if (is_set(home))
-        snprintf(out, PLACE_SIZE, "%s%s/tarnix%s", home, fallback, file);
+        print_place(out, "%s%s/tarnix%s", home, fallback, file);
 }
 
 static void find_settings(const unix_user *user, places *out) {
@@ -31,13 +41,13 @@ static void find_settings(const unix_user *user, places *out) {
     if (is_set(user->configuration_directory))
         in_first_folder(user->configuration_directory, "/tnagent.conf", out->machine_settings);
     else if (user->is_root)
-        snprintf(out->machine_settings, PLACE_SIZE, "/etc/tarnix/tnagent.conf");
+        print_place(out->machine_settings, "/etc/tarnix/tnagent.conf");
 }
 
 static void find_variables(const unix_user *user, places *out) {
     in_home(user->state_home, user->home, "/.local/state", "/variables", out->user_variables);
     if (user->is_root)
-        snprintf(out->variables, PLACE_SIZE, "/var/lib/tarnix/variables");
+        print_place(out->variables, "/var/lib/tarnix/variables");
     else
         memcpy(out->variables, out->user_variables, PLACE_SIZE);
     if (!is_set(user->state_directory)) return;
@@ -49,7 +59,7 @@ static void find_logfile(const unix_user *user, places *out) {
     if (is_set(user->logs_directory))
         in_first_folder(user->logs_directory, "/agent.log", out->logfile);
     else if (user->is_root)
-        snprintf(out->logfile, PLACE_SIZE, "/var/log/tarnix/agent.log");
+        print_place(out->logfile, "/var/log/tarnix/agent.log");
     else
         in_home(user->state_home, user->home, "/.local/state", "/agent.log", out->logfile);
 }
@@ -58,11 +68,11 @@ static void find_run_folder(const unix_user *user, places *out) {
     if (is_set(user->runtime_directory))
         in_first_folder(user->runtime_directory, "", out->run_folder);
     else if (user->is_root)
-        snprintf(out->run_folder, PLACE_SIZE, "/run/tarnix");
+        print_place(out->run_folder, "/run/tarnix");
     else if (is_set(user->runtime_home))
-        snprintf(out->run_folder, PLACE_SIZE, "%s/tarnix", user->runtime_home);
+        print_place(out->run_folder, "%s/tarnix", user->runtime_home);
     else
-        snprintf(out->run_folder, PLACE_SIZE, "/tmp/tarnix-%u", user->user_id);
+        print_place(out->run_folder, "/tmp/tarnix-%u", user->user_id);
 }
 
 void unix_places(const unix_user *user, places *out) {

@@ -23,19 +23,12 @@ struct registry_key {
 
 namespace {
 
-constexpr size_t FILE_LIMIT = 16U << 20;
+constexpr size_t FILE_LIMIT = size_t{256} << 20;
 
 const char *settings_file; // stands for both hives when it is named
 const char *variables_file;
-bool reported[2]; // what is wrong with a settings file is told once
-
-char *variables_path(registry_hive hive, char *buffer, size_t size) {
-    const char *path = variables_file != nullptr ? variables_file : default_variable_file(hive == USER_HIVE);
-    snprintf(buffer, size, "%s", path);
-    return buffer;
-}
-
-registry_hive variables_hive;
+registry_hive variables_hive; // whose file it is where none is named
+bool reported[2];             // what is wrong with a settings file is told once
 
 } // namespace
 
@@ -58,6 +51,11 @@ static const char *settings_path(registry_hive hive) {
     return hive == USER_HIVE ? found.user_settings : found.machine_settings;
 }
 
+// Empty where there is no place for such a file.
+static const char *variables_path() {
+    return variables_file != nullptr ? variables_file : default_variable_file(variables_hive == USER_HIVE);
+}
+
 static uint32_t load_settings(registry_hive hive, registry_key *key) {
     const char *path = settings_path(hive);
     if (*path == '\0') return CODE_NOT_FOUND;
@@ -70,34 +68,43 @@ static uint32_t load_settings(registry_hive hive, registry_key *key) {
 }
 
 // The folder of the variables file has to be there; opening it for writing makes it.
-static uint32_t open_variables_folder(registry_hive hive, registry_access access) {
-    variables_hive = hive;
-    char path[PLACE_SIZE];
-    variables_path(hive, path, sizeof path);
+static uint32_t open_variables_folder(registry_access access) {
+    const char *path = variables_path();
+    if (*path == '\0') return CODE_NOT_FOUND;
     if (access == REGISTRY_WRITE) file_make_folders(path);
-    char *slash = strrchr(path, '/');
-    if (slash == nullptr) return 0;
-    slash[slash == path ? 1 : 0] = '\0';
+    const char *slash = strrchr(path, '/');
+    if (slash == nullptr) return CODE_OK;
+    text_guard folder(text_copy_part(path, slash == path ? 1 : static_cast<size_t>(slash - path)));
+    if (folder == nullptr) return CODE_NO_MEMORY;
     file_facts facts;
-    if (!files_host->facts_at(path, &facts)) return failure_code();
+    if (!files_host->facts_at(folder.get(), &facts)) return failure_code();
     return facts.regular ? CODE_NOT_FOUND : CODE_OK;
 }
 
+// Of the two keys that are opened by path, that of the settings lies below that of the product.
 static uint32_t open_key(registry_hive hive, const char *path, registry_access access, registry_key **out) {
     key_guard key(heap_new<registry_key>());
     if (key == nullptr) return CODE_NO_MEMORY;
     key->access = access;
-    bool settings = strstr(path, "TNAgent") != nullptr;
-    uint32_t code = settings ? load_settings(hive, key.get()) : open_variables_folder(hive, access);
-    if (code == 0) *out = key.release();
+    uint32_t code;
+    if (strstr(path, "TNAgent") != nullptr) {
+        code = load_settings(hive, key.get());
+    } else {
+        variables_hive = hive;
+        code = open_variables_folder(access);
+    }
+    if (code == CODE_OK) *out = key.release();
     return code;
 }
 
+// What is not there yet can be written. What cannot be looked at must not be written over.
 static uint32_t load_variables(registry_key *key) {
-    char path[PLACE_SIZE];
-    variables_path(variables_hive, path, sizeof path);
+    const char *path = variables_path();
     file_facts facts;
-    if (!files_host->facts_at(path, &facts)) return key->access == REGISTRY_WRITE ? 0 : failure_code();
+    if (!files_host->facts_at(path, &facts)) {
+        uint32_t code = failure_code();
+        return code == CODE_NOT_FOUND && key->access == REGISTRY_WRITE ? CODE_OK : code;
+    }
     size_t length = 0;
     text_guard text(file_read_text(path, FILE_LIMIT, &length));
     if (text == nullptr) return failure_code();
@@ -109,7 +116,7 @@ static uint32_t create_key(registry_key *parent, const char *, registry_key **ou
     if (key == nullptr) return CODE_NO_MEMORY;
     key->access = parent->access;
     uint32_t code = load_variables(key.get());
-    if (code == 0) *out = key.release();
+    if (code == CODE_OK) *out = key.release();
     return code;
 }
 
@@ -120,7 +127,7 @@ static uint32_t query_value(registry_key *key, const char *name, char *buffer, u
     if (length > *size) return CODE_TOO_LONG;
     memcpy(buffer, found->value, length);
     *size = static_cast<uint32_t>(length);
-    return 0;
+    return CODE_OK;
 }
 
 static uint32_t set_key_value(registry_key *key, const char *name, const char *value, uint32_t) {
@@ -129,13 +136,13 @@ static uint32_t set_key_value(registry_key *key, const char *name, const char *v
 
 static uint32_t query_info(registry_key *key, uint32_t *out_count) {
     *out_count = key->list.count;
-    return 0;
+    return CODE_OK;
 }
 
 static uint32_t enum_value(registry_key *key, uint32_t index, char *name, uint32_t size) {
     if (index >= key->list.count || strlen(key->list.values[index].key) >= size) return CODE_NOT_FOUND;
     copy_bounded(name, key->list.values[index].key, size);
-    return 0;
+    return CODE_OK;
 }
 
 static bool write_file(const char *path, const char *text) {
@@ -145,14 +152,19 @@ static bool write_file(const char *path, const char *text) {
     return files_host->close(file) && written;
 }
 
+static text_guard path_beside(const char *path) {
+    size_t size = strlen(path) + sizeof ".new";
+    text_guard beside(static_cast<char *>(heap_alloc(size)));
+    if (beside != nullptr) snprintf(beside.get(), size, "%s.new", path);
+    return beside;
+}
+
 static uint32_t flush_key(registry_key *key) {
-    char path[PLACE_SIZE];
-    char beside[PLACE_SIZE + 8];
-    variables_path(variables_hive, path, sizeof path);
-    snprintf(beside, sizeof beside, "%s.new", path);
+    const char *path = variables_path();
+    text_guard beside = path_beside(path);
     text_guard text(print_variables(&key->list));
-    if (text == nullptr) return CODE_NO_MEMORY;
-    if (write_file(beside, text.get()) && files_host->MoveFileExA(beside, path)) return 0;
+    if (beside == nullptr || text == nullptr) return CODE_NO_MEMORY;
+    if (write_file(beside.get(), text.get()) && files_host->MoveFileExA(beside.get(), path)) return CODE_OK;
     return failure_code();
 }
 
@@ -167,6 +179,7 @@ static void use_variables_file(const char *path) {
 void registry_file_reset() {
     settings_file = nullptr;
     variables_file = nullptr;
+    variables_hive = USER_HIVE;
     reported[USER_HIVE] = reported[MACHINE_HIVE] = false;
 }
 
