@@ -1,8 +1,12 @@
+// The list of servers in the settings' text form.
+
 #include "platform/fatal.h"
 #include "platform/text.h"
 #include "settings/settings.h"
 
 #include <cstring>
+
+using server_list_guard = guard<server_entry, free_server_list>;
 
 static bool is_separator(char c) {
     return c == ',' || c == ' ';
@@ -37,7 +41,8 @@ static void parse_server(const char *token, const char *end, server_entry *out) 
 server_entry *parse_server_list(const char *text) {
     if (text == nullptr) return nullptr;
     uint32_t count = count_servers(text);
-    auto *servers = static_cast<server_entry *>(heap_alloc((count + 1) * sizeof(server_entry)));
+    server_list_guard servers(
+        static_cast<server_entry *>(heap_alloc((size_t{count} + 1) * sizeof(server_entry))));
     if (servers == nullptr) fatal("Out of memory");
     uint32_t stored = 0;
     while (*text != '\0') {
@@ -47,11 +52,11 @@ server_entry *parse_server_list(const char *text) {
         while (*end != '\0' && !is_separator(*end))
             end++;
         if (end == text) break;
-        parse_server(text, end, &servers[stored++]);
+        parse_server(text, end, &servers.get()[stored++]);
         if (stored > MAX_SERVERS) fatal("Too many servers in list");
         text = end;
     }
-    return servers;
+    return servers.release();
 }
 
 void free_server_list(server_entry *servers) {
