@@ -54,7 +54,8 @@ static bool rotates(const agent_config *config) {
 static bool moved_away(const char *path) {
     file_facts open_one;
     file_facts at_path;
-    if (!files_host->facts_of(log_stream(), &open_one) || !files_host->facts_at(path, &at_path)) return false;
+    if (!files_host->facts_of(log_stream(), &open_one)) return false;
+    if (!files_host->facts_at(path, &at_path)) return true;
     return open_one.volume != at_path.volume || open_one.number != at_path.number;
 }
 
