@@ -65,5 +65,8 @@ devtree *scan_devices() {
     else if (fake_results_flag == 0)
         for (check_entry *entry = check_table; entry->name != nullptr; entry++)
             scan_family(entry, &root);
+    // The root ends here, and nothing may follow a link to it.
+    for (devtree *group = root.children; group != nullptr; group = group->next)
+        group->parent = nullptr;
     return root.children;
 }

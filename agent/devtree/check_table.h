@@ -25,7 +25,7 @@ inline const char *const CHECK_NO_RESULT = reinterpret_cast<const char *>(1);
 extern check_entry *check_table;
 
 // Runs all scans. Returns the first top-level group of a new tree that the caller frees, absent when nothing
-// was found. Nothing may follow `parent` past the top level of it.
+// was found.
 devtree *scan_devices();
 
 // The row of this name, or absent.
