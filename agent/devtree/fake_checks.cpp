@@ -33,18 +33,22 @@ struct fake_state {
 
 } // namespace
 
-static devnode *fake_device(uint32_t number) {
-    char text[64];
-    devnode *device = alloc_devnode();
+static char *required(char *text) {
+    if (text == nullptr) fatal("Out of memory");
+    return text;
+}
+
+static devnode_guard fake_device(uint32_t number) {
+    char text[96];
+    devnode_guard device(alloc_devnode());
     auto place = static_cast<int>(number);
     snprintf(text, sizeof text, "fakephys%i", place);
-    device->id = text_copy(text);
+    device->id = required(text_copy(text));
     snprintf(text, sizeof text, "Faked physical memory %i", place);
-    device->name = text_copy(text);
-    char comment[96];
-    snprintf(comment, sizeof comment, "Faked Physical memory for regression test use. Number %i", place);
-    device->comment = text_copy(comment);
-    device->unit = text_copy("kB");
+    device->name = required(text_copy(text));
+    snprintf(text, sizeof text, "Faked Physical memory for regression test use. Number %i", place);
+    device->comment = required(text_copy(text));
+    device->unit = required(text_copy("kB"));
     device->type = TYPE_CONTINUOUS;
     device->description = 2;
     return device;
@@ -53,13 +57,8 @@ static devnode *fake_device(uint32_t number) {
 const char *scan_fake_memory(devtree *root) {
     devtree *group = devtree_child(root, "mem", "Free Memory");
     if (group == nullptr) return "Couldn't allocate devtree_child mem";
-    devnode *first = nullptr;
-    devnode **link = &first;
-    for (uint32_t i = 1; i <= fake_device_count && i != 0; i++) {
-        *link = fake_device(i);
-        link = &(*link)->next;
-    }
-    devtree_add_devices(group, first);
+    for (uint32_t number = fake_device_count; number > 0; number--) // each goes in front of the others
+        devtree_add_devices(group, fake_device(number).release());
     return nullptr;
 }
 
