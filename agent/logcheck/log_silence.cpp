@@ -10,13 +10,13 @@
 
 static constexpr size_t KEY_SIZE = 256;
 
-static void make_key(const char *format, const devnode *device, char out[KEY_SIZE]) {
+static void make_key(const char *what, const devnode *device, char out[KEY_SIZE]) {
     text_guard name(devnode_full_name(device));
-    snprintf(out, KEY_SIZE, "%s:%s", format, name.get());
+    snprintf(out, KEY_SIZE, "%s:%s", what, name.get());
 }
 
 // The number in a variable, or `missing`.
-static int32_t read_number(const char *what, const devnode *device, int32_t missing) {
+static int64_t read_number(const char *what, const devnode *device, int64_t missing) {
     char key[KEY_SIZE];
     make_key(what, device, key);
     const variable *found = var_get(key);
@@ -34,8 +34,8 @@ static void write_number(const char *what, const devnode *device, int64_t value,
 }
 
 void log_silence_read(const devnode *device, int64_t *out_timestamp, int32_t *out_status_sent) {
-    *out_timestamp = read_number("timestamp", device, static_cast<int32_t>(time_now()));
-    *out_status_sent = read_number("status_sent", device, 0);
+    *out_timestamp = read_number("timestamp", device, time_now());
+    *out_status_sent = static_cast<int32_t>(read_number("status_sent", device, 0));
 }
 
 void log_silence_reset(const devnode *device, int64_t timestamp, int32_t status) {
@@ -64,8 +64,8 @@ static void report_silence(devnode *device, int64_t now, int32_t status, int64_t
 
 void log_silence_evaluate(devnode *device, int64_t now) {
     if (device->lognode == nullptr) return;
-    int64_t timestamp = read_number("timestamp", device, static_cast<int32_t>(now));
-    int32_t sent = read_number("status_sent", device, 0);
+    int64_t timestamp = read_number("timestamp", device, now);
+    auto sent = static_cast<int32_t>(read_number("status_sent", device, 0));
     int64_t elapsed = now - timestamp;
     int32_t status = next_status(device->lognode, elapsed, sent);
     log_silence_reset(device, timestamp, status);
