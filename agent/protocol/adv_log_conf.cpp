@@ -1,6 +1,9 @@
+// The configuration of an advanced log check: separator, rules, silence limits.
+
 #include "logcheck/clause.h"
 #include "platform/agent_log.h"
 #include "platform/regex.h"
+#include "protocol/list_bounds.h"
 #include "protocol/lists.h"
 #include "protocol/tags.h"
 
@@ -54,7 +57,7 @@ static const char *read_rules(io *stream, lognode *node) {
         uint32_t tag;
         if (auto *failure = read_tag(stream, &tag)) return failure;
         if (tag == 0) return read_list_end(stream, "List not terminated correctly in read_devnode_list");
-        if (count == RULE_LIMIT) return "Out of memory in read_devtree_list";
+        if (count == RULE_LIMIT || tree_is_full()) return "Out of memory in read_devtree_list";
         if (auto *failure = read_log_rule(stream, node, tag)) return failure;
     }
 }

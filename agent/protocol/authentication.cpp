@@ -18,9 +18,9 @@ void close_io(io *stream) {
     stream->close(stream);
 }
 
+// Asks the store, not for a copy: memory that is out must not look like a missing key.
 static bool has_variable(const char *key) {
-    text_guard value(var_value(key));
-    return value != nullptr;
+    return var_get(key) != nullptr;
 }
 
 static const char *send_wants(io *stream, const agent_config *config) {
@@ -63,15 +63,14 @@ static const char *read_offers(io *stream, server_offers *offers, server_private
 static const char *check_offers(const agent_config *config, const server_offers &offers,
                                 const server_private_key &key) {
     if ((offers.version >> 8) != (PROTOCOL_VERSION >> 8))
-        return "Tarnix Server does not support our protocol version. Upgrade the Tarnix Server, or downgrade "
-               "the "
-               "Tarnix Agent.";
+        return "Tarnix Server does not support our protocol version. "
+               "Upgrade the Tarnix Server, or downgrade the Tarnix Agent.";
     server_protocol_version = offers.version;
     // An agent that holds a key never silently makes a new one.
     if (key.hasMasterKey == 0 && has_variable("hostkey"))
         return format_error("The Tarnix Server does not have a master key for the \"%s\" node in the \"%s\" "
                             "domain - release the key on the agent!",
-                            config->name, config->domain);
+                            config->name != nullptr ? config->name : "(null)", config->domain);
     return nullptr;
 }
 

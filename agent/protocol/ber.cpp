@@ -102,11 +102,17 @@ static const char *discard(io *stream, uint32_t count) {
     return stream->read(stream, scratch, count);
 }
 
-static const char *read_end(io *stream, const char *refused) {
+const char *read_list_start(io *stream, const char *wrong_tag, const char *not_indefinite) {
+    if (auto *failure = expect_tag(stream, 0, BE_SEQ, wrong_tag)) return failure;
     uint32_t length;
     bool indefinite;
     if (auto *failure = read_length(stream, &length, &indefinite)) return failure;
-    return indefinite || length != 0 ? refused : nullptr;
+    return indefinite ? nullptr : not_indefinite;
+}
+
+const char *read_list_end(io *stream, const char *not_terminated) {
+    uint32_t length;
+    return read_limited_length(stream, 0, &length, not_terminated);
 }
 
 // Counts the open lists instead of recursing, so that a hostile peer's nesting costs no stack.
@@ -116,7 +122,7 @@ static const char *skip_open_lists(io *stream) {
         if (auto *failure = read_tag(stream, &tag)) return failure;
         if (tag == 0) {
             // The words are those of the device lists; they stay.
-            if (auto *failure = read_end(stream, "List not terminated correctly in read_devnode_list"))
+            if (auto *failure = read_list_end(stream, "List not terminated correctly in read_devnode_list"))
                 return failure;
             open--;
             continue;
@@ -146,7 +152,7 @@ const char *skip_to_eol(io *stream) {
     for (;;) {
         uint32_t tag;
         if (auto *failure = read_tag(stream, &tag)) return failure;
-        if (tag == 0) return read_end(stream, "List not terminated correctly in skip_to_eol");
+        if (tag == 0) return read_list_end(stream, "List not terminated correctly in skip_to_eol");
         if (auto *failure = skip_value(stream, tag)) return failure;
     }
 }

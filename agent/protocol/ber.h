@@ -39,6 +39,13 @@ enum : uint32_t {
 // ignored.
 [[nodiscard]] const char *skip_to_eol(io *stream);
 
+// The start of a list: the tag of a sequence and the indefinite length, each with the caller's text for
+// anything else.
+[[nodiscard]] const char *read_list_start(io *stream, const char *wrong_tag, const char *not_indefinite);
+
+// What stands behind the tag 0 of a list's end: a definite length of 0.
+[[nodiscard]] const char *read_list_end(io *stream, const char *not_terminated);
+
 [[nodiscard]] const char *write_tag(io *stream, uint32_t tag);
 [[nodiscard]] const char *write_length(io *stream, int32_t length);
 [[nodiscard]] const char *write_indefinite(io *stream);

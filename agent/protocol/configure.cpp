@@ -147,8 +147,9 @@ static const char *read_servers(io *stream, char list[SERVER_LIST_SIZE]) {
 
 static void take_servers(agent_config *config, const char *list) {
     if (*list == '\0') return;
+    server_entry *servers = parse_server_list(list);
     free_server_list(config->servers);
-    config->servers = parse_server_list(list);
+    config->servers = servers;
     config->server_count = 0;
     while (config->servers[config->server_count].name != nullptr)
         config->server_count++;

@@ -27,5 +27,6 @@ const char *request_downtime(io *stream, int32_t minutes, char *text, size_t siz
     agent_log(LOG_DETAIL, "[cmd] Request downtime. Server says %s", granted ? "OK" : "FAILED");
     if (strlen(message.get()) + WORD_ROOM >= size) return "message too big";
     snprintf(text, size, "%s %s", granted ? "OK" : "FAILURE", message.get());
+    text[size - 1] = '\0';
     return nullptr;
 }

@@ -207,7 +207,7 @@ static bignum_guard answer_to(const char *hallmark, const bignum *challenge) {
     return bn_set_data(answer.get(), digest, sizeof digest) == nullptr ? std::move(answer) : nullptr;
 }
 
-static const char *OUT_OF_MEMORY = "Out of memory during challenge / response";
+static constexpr const char *OUT_OF_MEMORY = "Out of memory during challenge / response";
 
 // A wrong hallmark shows itself here: what is read is noise.
 static const char *challenge_failure(const char *failure) {

@@ -34,13 +34,5 @@
 [[nodiscard]] const char *read_action_conf_group(io *stream, devtree *group, uint32_t tag);
 [[nodiscard]] const char *read_action_conf_list(io *stream, devtree *parent, devtree **out);
 
-// What the readers of lists share.
-
-// Reads the start of a list: its tag, then its indefinite length.
-[[nodiscard]] const char *read_list_start(io *stream, const char *wrong_tag, const char *not_indefinite);
-
-// Reads the definite 0 behind the tag 0 of a list's end.
-[[nodiscard]] const char *read_list_end(io *stream, const char *not_terminated);
-
 // Reads what an advanced log check has behind its tag, into the device's new lognode.
 [[nodiscard]] const char *read_adv_log_check(io *stream, devnode *device, uint32_t tag);

@@ -1,56 +1,13 @@
+// The trees of checks and of actions that come from the server.
+
 #include "devtree/naming.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
-#include "platform/text.h"
+#include "protocol/list_bounds.h"
 #include "protocol/lists.h"
 #include "protocol/tags.h"
 
-namespace {
-
-constexpr const char *DEVNODE_LIST_END = "List not terminated correctly in read_devnode_list";
-constexpr const char *DEVTREE_MEMORY = "Out of memory in read_devtree_list";
-constexpr const char *ACTION_MEMORY = "Out of memory in read_action_list";
-constexpr const char *ACTION_GROUP_MEMORY = "read_action_conf_group_list"; // the whole text
-
-// No sound tree comes near these; they keep a hostile one from the stack's and the memory's end.
-constexpr uint32_t DEPTH_LIMIT = 1000;
-constexpr uint32_t ELEMENT_LIMIT = 1U << 20;
-
-// Depth and elements of the tree that is being read. One tree is read at a time.
-uint32_t depth;
-uint32_t elements;
-
-struct level {
-    level() {
-        if (depth++ == 0) elements = 0;
-    }
-    ~level() { depth--; }
-    level(const level &) = delete;
-    level &operator=(const level &) = delete;
-};
-
-bool too_much() {
-    return depth > DEPTH_LIMIT || elements++ >= ELEMENT_LIMIT;
-}
-
-} // namespace
-
-const char *read_list_start(io *stream, const char *wrong_tag, const char *not_indefinite) {
-    uint32_t tag;
-    if (auto *failure = read_tag(stream, &tag)) return failure;
-    if (tag != BE_SEQ) return wrong_tag;
-    uint32_t length;
-    bool indefinite;
-    if (auto *failure = read_length(stream, &length, &indefinite)) return failure;
-    return indefinite ? nullptr : not_indefinite;
-}
-
-const char *read_list_end(io *stream, const char *not_terminated) {
-    uint32_t length;
-    bool indefinite;
-    if (auto *failure = read_length(stream, &length, &indefinite)) return failure;
-    return indefinite || length != 0 ? not_terminated : nullptr;
-}
+static constexpr const char *DEVNODE_LIST_END = "List not terminated correctly in read_devnode_list";
 
 // Thresholds.
 
@@ -214,92 +171,66 @@ const char *read_devnode(io *stream, devnode *device, uint32_t tag) {
     return read_conf_id(stream, device);
 }
 
-const char *read_devnode_list(io *stream, devtree *parent, devnode **out) {
-    *out = nullptr;
-    if (auto *failure = read_list_start(stream, "Wrong tag in read_devnode_list",
-                                        "Not indefinite length in read_devnode_list"))
-        return failure;
-    guard<devnode, free_devnode_list> first;
-    devnode *last = nullptr;
-    for (;;) {
-        uint32_t tag;
-        if (auto *failure = read_tag(stream, &tag)) return failure;
-        if (tag == 0) break;
-        if (too_much()) return DEVTREE_MEMORY;
-        devnode *device = alloc_devnode();
-        if (last == nullptr)
-            first.reset(device);
-        else
-            last->next = device;
-        last = device;
-        device->parent = parent;
-        if (auto *failure = read_devnode(stream, device, tag)) return failure;
-    }
-    if (auto *failure = read_list_end(stream, DEVNODE_LIST_END)) return failure;
-    *out = first.release();
-    return nullptr;
-}
-
-// Groups, of checks and of actions.
+// Lists.
 
 namespace {
 
-// What differs between the two lists of groups.
-struct group_list {
+// What differs between the lists of one kind of record. `read` links the record to its parent as well.
+template <class T>
+struct list_kind {
     const char *wrong_tag;
     const char *not_indefinite;
     const char *out_of_memory;
     const char *not_terminated;
-    const char *(*read_group)(io *stream, devtree *group, uint32_t tag);
+    T *(*make)();
+    const char *(*read)(io *stream, T *record, devtree *parent, uint32_t tag);
 };
 
 } // namespace
 
-static const char *read_group_list(io *stream, devtree *parent, devtree **out, const group_list &list) {
+template <auto Free, class T>
+static const char *read_linked(io *stream, devtree *parent, T **out, const list_kind<T> &kind) {
     *out = nullptr;
-    level here;
-    if (auto *failure = read_list_start(stream, list.wrong_tag, list.not_indefinite)) return failure;
-    devtree_guard first;
-    devtree *last = nullptr;
+    list_level here;
+    if (auto *failure = read_list_start(stream, kind.wrong_tag, kind.not_indefinite)) return failure;
+    guard<T, Free> first;
+    T *last = nullptr;
     for (;;) {
         uint32_t tag;
         if (auto *failure = read_tag(stream, &tag)) return failure;
         if (tag == 0) break;
-        auto *group = too_much() ? nullptr : heap_new<devtree>();
-        if (group == nullptr) return list.out_of_memory;
+        T *record = tree_is_full() ? nullptr : kind.make();
+        if (record == nullptr) return kind.out_of_memory;
         if (last == nullptr)
-            first.reset(group);
+            first.reset(record);
         else
-            last->next = group;
-        last = group;
-        if (auto *failure = list.read_group(stream, group, tag)) return failure;
-        group->parent = parent;
+            last->next = record;
+        last = record;
+        if (auto *failure = kind.read(stream, record, parent, tag)) return failure;
     }
-    if (auto *failure = read_list_end(stream, list.not_terminated)) return failure;
+    if (auto *failure = read_list_end(stream, kind.not_terminated)) return failure;
     *out = first.release();
     return nullptr;
 }
 
-const char *read_devtree(io *stream, devtree *group, uint32_t tag) {
-    check_conf_group record;
-    if (auto *failure = read_check_conf_group_incomplete(stream, &record, tag)) return failure;
-    group->id = record.id;
-    if (auto *failure = read_devnode_list(stream, group, &group->devices)) return failure;
-    if (auto *failure = read_devtree_list(stream, group, &group->children)) return failure;
-    return skip_to_eol(stream);
+static const char *read_check(io *stream, devnode *device, devtree *parent, uint32_t tag) {
+    device->parent = parent; // ahead of the reading: a failure may name the check
+    return read_devnode(stream, device, tag);
 }
 
-const char *read_devtree_list(io *stream, devtree *parent, devtree **out) {
-    static constexpr group_list list = {.wrong_tag = "Wrong tag in read_devtree_list",
-                                        .not_indefinite = "Not indefinite length in read_devtree_list",
-                                        .out_of_memory = DEVTREE_MEMORY,
-                                        .not_terminated =
-                                            "List not terminated correctly in read_devtree_list",
-                                        .read_group = read_devtree};
-    return read_group_list(stream, parent, out, list);
+const char *read_devnode_list(io *stream, devtree *parent, devnode **out) {
+    static constexpr list_kind<devnode> checks = {
+        .wrong_tag = "Wrong tag in read_devnode_list",
+        .not_indefinite = "Not indefinite length in read_devnode_list",
+        .out_of_memory = "Out of memory in read_devtree_list",
+        .not_terminated = DEVNODE_LIST_END,
+        .make = alloc_devnode,
+        .read = read_check,
+    };
+    return read_linked<free_devnode_list>(stream, parent, out, checks);
 }
 
-static const char *read_action(io *stream, devtree *parent, uint32_t tag, devnode *device) {
+static const char *read_action(io *stream, devnode *device, devtree *parent, uint32_t tag) {
     action_conf record;
     if (auto *failure = read_action_conf(stream, &record, tag)) return failure;
     device->id = record.id;
@@ -311,31 +242,47 @@ static const char *read_action(io *stream, devtree *parent, uint32_t tag, devnod
 }
 
 const char *read_action_list(io *stream, devtree *parent, devnode **out) {
-    *out = nullptr;
-    if (auto *failure = read_list_start(stream, "Wrong tag in read_action_list",
-                                        "Not indefinite length in read_action_list"))
-        return failure;
-    guard<devnode, free_devnode_list> first;
-    devnode *last = nullptr;
-    for (;;) {
-        uint32_t tag;
-        if (auto *failure = read_tag(stream, &tag)) return failure;
-        if (tag == 0) break;
-        if (too_much()) return ACTION_MEMORY;
-        devnode *device = alloc_devnode();
-        if (last == nullptr)
-            first.reset(device);
-        else
-            last->next = device;
-        last = device;
-        if (auto *failure = read_action(stream, parent, tag, device)) return failure;
-    }
-    if (auto *failure = read_list_end(stream, "List not terminated correctly in read_action_list"))
-        return failure;
-    *out = first.release();
-    return nullptr;
+    static constexpr list_kind<devnode> actions = {
+        .wrong_tag = "Wrong tag in read_action_list",
+        .not_indefinite = "Not indefinite length in read_action_list",
+        .out_of_memory = "Out of memory in read_action_list",
+        .not_terminated = "List not terminated correctly in read_action_list",
+        .make = alloc_devnode,
+        .read = read_action,
+    };
+    return read_linked<free_devnode_list>(stream, parent, out, actions);
 }
 
+// Groups, of checks and of actions.
+
+const char *read_devtree(io *stream, devtree *group, uint32_t tag) {
+    check_conf_group record;
+    if (auto *failure = read_check_conf_group_incomplete(stream, &record, tag)) return failure;
+    group->id = record.id;
+    if (auto *failure = read_devnode_list(stream, group, &group->devices)) return failure;
+    if (auto *failure = read_devtree_list(stream, group, &group->children)) return failure;
+    return skip_to_eol(stream);
+}
+
+static const char *read_check_group(io *stream, devtree *group, devtree *parent, uint32_t tag) {
+    auto *failure = read_devtree(stream, group, tag);
+    group->parent = parent;
+    return failure;
+}
+
+const char *read_devtree_list(io *stream, devtree *parent, devtree **out) {
+    static constexpr list_kind<devtree> groups = {
+        .wrong_tag = "Wrong tag in read_devtree_list",
+        .not_indefinite = "Not indefinite length in read_devtree_list",
+        .out_of_memory = "Out of memory in read_devtree_list",
+        .not_terminated = "List not terminated correctly in read_devtree_list",
+        .make = heap_new<devtree>,
+        .read = read_check_group,
+    };
+    return read_linked<free_devtree>(stream, parent, out, groups);
+}
+
+// In the reverse order of read_devtree: first the subgroups.
 const char *read_action_conf_group(io *stream, devtree *group, uint32_t tag) {
     action_conf_group record;
     if (auto *failure = read_action_conf_group_incomplete(stream, &record, tag)) return failure;
@@ -345,12 +292,20 @@ const char *read_action_conf_group(io *stream, devtree *group, uint32_t tag) {
     return skip_to_eol(stream);
 }
 
+static const char *read_action_group(io *stream, devtree *group, devtree *parent, uint32_t tag) {
+    auto *failure = read_action_conf_group(stream, group, tag);
+    group->parent = parent;
+    return failure;
+}
+
 const char *read_action_conf_list(io *stream, devtree *parent, devtree **out) {
-    static constexpr group_list list = {.wrong_tag = "Wrong tag in read_action_conf_list",
-                                        .not_indefinite = "Not indefinite length in read_action_conf_list",
-                                        .out_of_memory = ACTION_GROUP_MEMORY,
-                                        .not_terminated =
-                                            "List not terminated correctly in read_action_conf_list",
-                                        .read_group = read_action_conf_group};
-    return read_group_list(stream, parent, out, list);
+    static constexpr list_kind<devtree> groups = {
+        .wrong_tag = "Wrong tag in read_action_conf_list",
+        .not_indefinite = "Not indefinite length in read_action_conf_list",
+        .out_of_memory = "read_action_conf_group_list", // the whole text
+        .not_terminated = "List not terminated correctly in read_action_conf_list",
+        .make = heap_new<devtree>,
+        .read = read_action_group,
+    };
+    return read_linked<free_devtree>(stream, parent, out, groups);
 }

@@ -1,3 +1,5 @@
+// The tree of devices that goes to the server.
+
 #include "platform/agent_log.h"
 #include "platform/text.h"
 #include "protocol/descriptions.h"

@@ -2,10 +2,11 @@
 
 #include "crypto/bignum.h"
 #include "platform/errors.h"
-#include "platform/heap.h"
+#include "platform/text.h"
 #include "protocol/ber.h"
 
 #include <cstring>
+#include <utility>
 
 template <class T>
 static T *field_at(void *record, const record_field &field) {
@@ -55,10 +56,11 @@ static const char *field_failure(const record_layout &layout, const record_field
     return format_error("%s.%s: %s", layout.name, field.name, failure);
 }
 
-static void free_fields(const record_layout &layout, void *record, const record_field *end) {
-    for (const record_field *field = layout.fields; field != end; field++) {
-        if (field->kind == FIELD_STRING) heap_free(*field_at<char *>(record, *field));
-        if (field->kind == FIELD_BIGNUM) bn_free(*field_at<bignum *>(record, *field));
+// Frees what has been read and leaves nothing behind that could be freed again.
+static void free_fields(const record_layout &layout, void *record) {
+    for (const record_field *field = layout.fields; field->name != nullptr; field++) {
+        if (field->kind == FIELD_STRING) text_replace(field_at<char *>(record, *field), nullptr);
+        if (field->kind == FIELD_BIGNUM) bn_free(std::exchange(*field_at<bignum *>(record, *field), nullptr));
     }
 }
 
@@ -79,19 +81,17 @@ static const char *open_record(io *stream, const record_layout &layout, uint32_t
     return nullptr;
 }
 
+static const char *read_fields(io *stream, const record_layout &layout, void *record) {
+    for (const record_field *field = layout.fields; field->name != nullptr; field++)
+        if (auto *failure = read_field(stream, *field, record)) return field_failure(layout, *field, failure);
+    return layout.end == RECORD_CLOSED ? skip_to_eol(stream) : nullptr;
+}
+
 const char *read_record(io *stream, const record_layout &layout, void *record, size_t size, uint32_t tag) {
-    if (record != nullptr) memset(record, 0, size);
+    if (size > 0) memset(record, 0, size);
     if (auto *failure = open_record(stream, layout, tag)) return failure;
-    const record_field *field = layout.fields;
-    for (; field->name != nullptr; field++) {
-        if (auto *failure = read_field(stream, *field, record)) {
-            free_fields(layout, record, field);
-            return field_failure(layout, *field, failure);
-        }
-    }
-    if (layout.end == RECORD_OPEN) return nullptr;
-    auto *failure = skip_to_eol(stream);
-    if (failure != nullptr) free_fields(layout, record, field);
+    auto *failure = read_fields(stream, layout, record);
+    if (failure != nullptr) free_fields(layout, record);
     return failure;
 }
 

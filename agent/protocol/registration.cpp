@@ -1,3 +1,5 @@
+// The registration that begins a life.
+
 #include "platform/agent_log.h"
 #include "platform/sockets.h"
 #include "platform/text.h"
@@ -42,7 +44,8 @@ static void finish_registration(io *stream) {
 const char *server_register(agent_config *config) {
     uint16_t port;
     const server_entry *server = config_server(config, server_index, &port);
-    agent_log(LOG_DETAIL, "Talking to server: %s:%d", server->name != nullptr ? server->name : "(null)", port);
+    agent_log(LOG_DETAIL, "Talking to server: %s:%d", server->name != nullptr ? server->name : "(null)",
+              port);
     io *stream = nullptr;
     if (auto *failure = connect_to_server(config, &stream)) return failure;
     if (config->name == nullptr) config->name = local_name(stream);

@@ -1,3 +1,5 @@
+// Results on the wire, and their removal once the server has them.
+
 #include "platform/agent_log.h"
 #include "protocol/checkin.h"
 #include "protocol/records.h"
@@ -19,8 +21,7 @@ static const char *write_path(io *stream, const devnode *device) {
     return write_eoc(stream);
 }
 
-static const char *write_integer_value(io *stream, const char *kind, const resnode *result) {
-    agent_log(LOG_TRACE, "Sending %s", kind);
+static const char *write_integer_value(io *stream, const resnode *result) {
     return write_signed_int(stream, INT32_MIN, INT32_MAX, result->value);
 }
 
@@ -33,10 +34,14 @@ static const char *write_real_value(io *stream, const resnode *result) {
 }
 
 static const char *write_value(io *stream, const devnode *device, const resnode *result) {
-    if (is_bitmap_type(device->type)) return write_integer_value(stream, "Bitmap", result);
+    if (is_bitmap_type(device->type)) {
+        agent_log(LOG_TRACE, "Sending Bitmap");
+        return write_integer_value(stream, result);
+    }
     switch (device->type) {
     case TYPE_CONTINUOUS:
-        return write_integer_value(stream, "Continuous", result);
+        agent_log(LOG_TRACE, "Sending Continuous");
+        return write_integer_value(stream, result);
     case TYPE_ACTION:
         agent_log(LOG_TRACE, "Sending AgentAction");
         return write_null(stream);

@@ -24,8 +24,7 @@ static const char *socket_read(io *stream, void *buffer, size_t count) {
     socket_state *state = state_of(stream);
     if (state->dirty != 0) stream->flush(stream);
     state->received += count;
-    if (state->received > RECEIVE_LIMIT)
-        return format_error("Error receiving data: %s", "the reply does not end");
+    if (state->received > RECEIVE_LIMIT) return "Error receiving data: the reply does not end";
     auto *at = static_cast<char *>(buffer);
     while (count > 0) {
         size_t got = 0;
