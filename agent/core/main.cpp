@@ -1,3 +1,5 @@
+// The program: host, log, start-up, main loop.
+
 #include "core/host.h"
 #include "core/run_loop.h"
 #include "core/startup.h"

@@ -1,3 +1,5 @@
+// The handlers of the signals.
+
 #include "core/signals.h"
 #include "platform/waits_linux.h"
 
