@@ -1,3 +1,5 @@
+// The text of a settings file.
+
 #include "platform/agent_log.h"
 #include "platform/text.h"
 #include "settings/settings.h"

@@ -1,3 +1,5 @@
+// The text of a variables file.
+
 #include "platform/agent_log.h"
 #include "platform/text.h"
 #include "settings/value_list.h"
