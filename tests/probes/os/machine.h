@@ -2,6 +2,7 @@
 #pragma once
 
 #include "probes/os/counter_provider.h"
+#include "probes/os/perf_counter_ops.h"
 
 #include <algorithm>
 #include <cstring>
@@ -58,6 +59,18 @@ inline uint64_t recorded_ticks() {
 }
 
 inline const counter_sources_ops recorded_sources = {.read_source = read_recorded, .ticks = recorded_ticks};
+
+inline const perf_counter_ops recorded_counter_ops = {
+    .PdhOpenQueryA = provider_open_query,
+    .PdhAddCounterA = provider_add_counter,
+    .PdhRemoveCounter = provider_remove_counter,
+    .PdhCloseQuery = provider_close_query,
+    .PdhCollectQueryData = provider_collect,
+    .PdhGetFormattedCounterValue = provider_format_value,
+    .PdhLookupPerfNameByIndexA = provider_name_by_index,
+    .PdhLookupPerfIndexByNameA = provider_index_by_name,
+    .RegQueryValueExA = provider_query_value,
+};
 
 inline recorded_machine::recorded_machine(std::string name) : folder(TEST_DATA "/machines/" + name) {
     the_machine = this;
