@@ -229,9 +229,21 @@ bool fake_move_replacing(const char *from, const char *to) {
     return true;
 }
 
+// What is open outlives its name.
+void keep_open_file(const std::string &path) {
+    std::string hidden = "deleted " + std::to_string(the_host->files[path].number);
+    for (auto &[handle, open] : the_host->open_files) {
+        if (open.first != path)
+            continue;
+        open.first = hidden;
+        the_host->files[hidden] = the_host->files[path];
+    }
+}
+
 bool fake_delete(const char *path) {
     if (is_broken("delete", path) || missing(path))
         return false;
+    keep_open_file(path);
     the_host->files.erase(path);
     return true;
 }
@@ -239,6 +251,10 @@ bool fake_delete(const char *path) {
 bool fake_create_directory(const char *path) {
     if (is_broken("mkdir", path) || folder_missing(path))
         return false;
+    if (the_host->files.contains(std::string(path) + "/")) {
+        the_host->last_error = 17;
+        return false;
+    }
     the_host->files[std::string(path) + "/"] = new_file();
     return true;
 }
