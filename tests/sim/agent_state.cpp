@@ -1,0 +1,70 @@
+#include "sim/agent_state.h"
+
+#include "core/families.h"
+#include "core/options.h"
+#include "core/os_arch.h"
+#include "core/run_loop.h"
+#include "core/upgrade.h"
+#include "devtree/fake_checks.h"
+#include "devtree/live_trees.h"
+#include "devtree/retention.h"
+#include "platform/agent_log.h"
+#include "platform/clock.h"
+#include "platform/fatal.h"
+#include "platform/sockets.h"
+#include "platform/waits.h"
+#include "probes/os/counter_names.h"
+#include "probes/os/counter_provider.h"
+#include "probes/os/drives.h"
+#include "probes/os/memory.h"
+#include "protocol/configure.h"
+#include "protocol/time_sync.h"
+#include "settings/registry_file.h"
+#include "settings/settings.h"
+#include "state/log_rotation.h"
+#include "state/variables.h"
+
+static void forget_trees() {
+    free_devtree(active_tree);
+    free_devtree(action_tree);
+    free_clinfo_list(host_info);
+    active_tree = action_tree = nullptr;
+    host_info = nullptr;
+}
+
+static void forget_settings() {
+    free_config(config_in_force);
+    config_in_force = nullptr;
+    user_hive_flag = 0;
+    registry_file_reset();
+}
+
+void forget_agent_state() {
+    // core, whose index points into the trees
+    run_loop_reset();
+    upgrade_reset();
+    options_reset();
+    families_reset();
+    signal_ev = nullptr;
+
+    // the exchanges, the trees and what checks keep
+    configure_reset();
+    time_offset = 0;
+    forget_trees();
+    fake_checks_reset();
+    retention_reset();
+    counter_names_reset();
+    provider_reset();
+    drives_reset();
+    memory_reset();
+
+    // state, settings and the ground floor
+    var_reset();
+    log_rotation_reset();
+    forget_settings();
+    log_reset();
+    waits_reset();
+    sockets_reset();
+    tn_srand(1);
+    fatal_cleanup = nullptr;
+}

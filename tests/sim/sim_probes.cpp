@@ -1,0 +1,174 @@
+#include "sim/sim_probes.h"
+
+#include "probes/os/counter_provider.h"
+#include "probes/os/drives_ops.h"
+#include "probes/os/host_info_ops.h"
+#include "probes/os/memory_ops.h"
+#include "probes/os/perf_counter_ops.h"
+#include "sim/host_sim.h"
+
+#include <cstring>
+
+static constexpr uint32_t CODE_MISSING = 2;
+static constexpr uint32_t CODE_INPUT_OUTPUT = 5;
+
+static bool sim_has_module(const char *module) {
+    return !sim_fails("GetModuleHandleA", module);
+}
+
+static bool sim_has_function(const char *function) {
+    return !sim_fails("GetProcAddress", function);
+}
+
+// ---- volumes
+
+static const char *sim_drive_root(uint32_t index) {
+    const auto &volumes = the_sim->probes.volumes;
+    if (index >= volumes.size()) return nullptr;
+    return std::next(volumes.begin(), index)->first.c_str();
+}
+
+static uint32_t sim_drive_type(const char *path) {
+    sim_note("GetDriveTypeA", path);
+    return the_sim->probes.volumes.contains(path) ? DRIVE_FIXED : DRIVE_NO_ROOT_DIR;
+}
+
+static bool sim_free_space(const char *path, uint64_t *available, uint64_t *total, uint64_t *total_free) {
+    if (sim_fails("GetDiskFreeSpaceExA", path)) {
+        the_sim->last_error = CODE_INPUT_OUTPUT;
+        return false;
+    }
+    if (int64_t delay = the_sim->probes.delay_s; delay > 0)
+        the_sim->scheduler.sleep_until(the_sim->scheduler.now_ms + delay * 1000);
+    auto found = the_sim->probes.volumes.find(path);
+    if (found == the_sim->probes.volumes.end()) {
+        the_sim->last_error = CODE_MISSING;
+        return false;
+    }
+    *available = *total_free = found->second.free_bytes;
+    *total = found->second.total_bytes;
+    return true;
+}
+
+static mount_search *sim_first_mount(const char *, char *, uint32_t) {
+    return nullptr;
+}
+
+static bool sim_next_mount(mount_search *, char *, uint32_t) {
+    return false;
+}
+
+static void sim_close_mounts(mount_search *) {}
+
+// ---- memory
+
+static bool sim_memory_status(memory_status *out) {
+    if (sim_fails("GlobalMemoryStatusEx")) return false;
+    sim_probes *probes = &the_sim->probes;
+    uint64_t free_memory = probes->free_memory + (probes->counts_looks ? probes->looks++ * 1024 : 0);
+    out->total_phys = probes->total_memory;
+    out->available_phys = free_memory;
+    out->total_page_file = 2 * probes->total_memory;
+    out->available_page_file = free_memory + probes->total_memory;
+    return true;
+}
+
+static void sim_short_memory_status(memory_status *out) {
+    out->length = 56;
+}
+
+// ---- counters: the texts that a kernel would print
+
+static std::string stat_text() {
+    int64_t ticks = the_sim->scheduler.now_ms / 10;
+    int64_t idle = ticks * the_sim->probes.idle_percent / 100;
+    char text[256];
+    snprintf(text, sizeof text,
+             "cpu  %ld 0 0 %ld 0 0 0 0 0 0\ncpu0 %ld 0 0 %ld 0 0 0 0 0 0\nctxt %ld\nprocesses "
+             "100\nprocs_running 1\n",
+             ticks - idle, idle, ticks - idle, idle, ticks * 5);
+    return text;
+}
+
+static int64_t sim_read_source(const char *path, char *buffer, size_t size) {
+    if (sim_fails("read_source", path)) return -1;
+    std::string text;
+    if (strcmp(path, "/proc/stat") == 0)
+        text = stat_text();
+    else if (strcmp(path, "/proc/uptime") == 0)
+        text = std::to_string(the_sim->scheduler.now_ms / 1000 + 100) + ".00 0.00\n";
+    else
+        return -1;
+    size_t count = std::min(text.size(), size);
+    memcpy(buffer, text.data(), count);
+    return static_cast<int64_t>(count);
+}
+
+static uint64_t sim_ticks() {
+    return static_cast<uint64_t>(the_sim->scheduler.now_ms) * 1000000;
+}
+
+// ---- host information
+
+static void sim_system_info(system_facts *out) {
+    sim_note("GetSystemInfo");
+    *out = {.processor_architecture = 9, .processors = 2, .active_processor_mask = 3};
+}
+
+static bool sim_version(version_facts *out) {
+    if (sim_fails("GetVersionExA")) return false;
+    *out = {.in_words = true, .os_id = "Simulated", .platform = "Sim", .version = "1.0", .build = "1"};
+    return true;
+}
+
+static uint32_t sim_network_params(network_params *out, uint32_t *) {
+    if (sim_fails("GetNetworkParams")) return CODE_INPUT_OUTPUT;
+    *out = {.domain_name = "example.test"};
+    return 0;
+}
+
+static uint32_t sim_adapters(adapter_facts *out, uint32_t *) {
+    if (sim_fails("GetAdaptersInfo")) return CODE_INPUT_OUTPUT;
+    static address_entry address = {.address = "10.0.0.7", .mask = "255.0.0.0"};
+    *out = {.description = "eth0", .type = 6, .hardware_length = 6, .addresses = &address};
+    return 0;
+}
+
+const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source, .ticks = sim_ticks};
+
+const drives_ops sim_drives = {
+    .drive_root = sim_drive_root,
+    .GetDriveTypeA = sim_drive_type,
+    .GetDiskFreeSpaceExA = sim_free_space,
+    .GetModuleHandleA = sim_has_module,
+    .GetProcAddress = sim_has_function,
+    .FindFirstVolumeMountPointA = sim_first_mount,
+    .FindNextVolumeMountPointA = sim_next_mount,
+    .FindVolumeMountPointClose = sim_close_mounts,
+};
+
+const host_info_ops sim_host_info = {
+    .GetSystemInfo = sim_system_info,
+    .GetVersionExA = sim_version,
+    .GetNetworkParams = sim_network_params,
+    .GetAdaptersInfo = sim_adapters,
+};
+
+const memory_ops sim_memory = {
+    .GetModuleHandleA = sim_has_module,
+    .GetProcAddress = sim_has_function,
+    .GlobalMemoryStatusEx = sim_memory_status,
+    .GlobalMemoryStatus = sim_short_memory_status,
+};
+
+const perf_counter_ops sim_counters = {
+    .PdhOpenQueryA = provider_open_query,
+    .PdhAddCounterA = provider_add_counter,
+    .PdhRemoveCounter = provider_remove_counter,
+    .PdhCloseQuery = provider_close_query,
+    .PdhCollectQueryData = provider_collect,
+    .PdhGetFormattedCounterValue = provider_format_value,
+    .PdhLookupPerfNameByIndexA = provider_name_by_index,
+    .PdhLookupPerfIndexByNameA = provider_index_by_name,
+    .RegQueryValueExA = provider_query_value,
+};
