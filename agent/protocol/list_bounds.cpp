@@ -17,5 +17,5 @@ list_level::~list_level() {
 }
 
 bool tree_is_full() {
-    return depth > DEPTH_LIMIT || elements++ >= ELEMENT_LIMIT;
+    return depth > DEPTH_LIMIT || (depth > 0 && elements++ >= ELEMENT_LIMIT);
 }

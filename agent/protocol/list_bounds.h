@@ -10,5 +10,6 @@ struct list_level {
     list_level &operator=(const list_level &) = delete;
 };
 
-// Counts one element of the tree. True when it is one too many, or lies too deep.
+// Counts one element of the tree. True when it is one too many, or lies too deep; never where no list is
+// being read.
 bool tree_is_full();
