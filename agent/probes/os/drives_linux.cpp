@@ -70,14 +70,21 @@ static uint32_t get_drive_type(const char *path) {
     return table != nullptr ? mount_drive_type(table, path) : static_cast<uint32_t>(DRIVE_UNKNOWN);
 }
 
+// Whether the path is worth a call. One on a file system whose server is gone would not return, and an empty
+// folder in which nothing is mounted any more would give the space of the drive that it lies on.
+static bool is_drive(const char *path) {
+    const mount_table *table = current_mounts();
+    if (table == nullptr || mount_is_drive(table, path)) return true;
+    if (mount_is_remote(table, path))
+        errno = EREMOTE;
+    else if (access(path, F_OK) == 0)
+        errno = ENODEV;
+    return false;
+}
+
 static bool get_disk_free_space(const char *path, uint64_t *available, uint64_t *total,
                                 uint64_t *total_free) {
-    // A call on a file system whose server is gone does not return.
-    const mount_table *table = current_mounts();
-    if (table != nullptr && mount_is_remote(table, path)) {
-        errno = EREMOTE;
-        return false;
-    }
+    if (!is_drive(path)) return false;
     struct statvfs found;
     if (statvfs(path, &found) != 0) return false;
     *available = found.f_bavail * found.f_frsize;

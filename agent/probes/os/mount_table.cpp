@@ -19,6 +19,7 @@ struct mount_line {
     char *type;
     uint32_t drive_type;
     bool kept;
+    bool chosen;
 };
 
 struct mount_lines {
@@ -213,10 +214,9 @@ static void keep_drives(mount_lines *all, bool (*is_folder)(const char *path)) {
         if (!line->kept || line->drive_type != DRIVE_FIXED) continue;
         line->kept = !lies_below_remote(*all, *line) && (place_rank(*line) < 2 || is_folder(line->path));
     }
-    // A place gives way only to one that is kept itself, and the best of a device never does.
     for (uint32_t i = 0; i < all->count; i++) {
         mount_line *line = &all->lines[i];
-        if (line->kept && line->drive_type == DRIVE_FIXED) line->kept = is_best_place(*all, *line);
+        line->chosen = line->kept && line->drive_type == DRIVE_FIXED && is_best_place(*all, *line);
     }
 }
 
@@ -227,10 +227,11 @@ static bool copy_kept(const mount_lines &all, mount_table *out) {
     out->points = static_cast<mount_point *>(heap_alloc(kept * sizeof(mount_point)));
     if (out->points == nullptr) return false;
     for (uint32_t i = 0; i < all.count; i++) {
-        if (!all.lines[i].kept) continue;
-        char *path = text_copy(all.lines[i].path);
+        const mount_line &line = all.lines[i];
+        if (!line.kept) continue;
+        char *path = text_copy(line.path);
         if (path == nullptr) return false;
-        out->points[out->count++] = {.path = path, .drive_type = all.lines[i].drive_type};
+        out->points[out->count++] = {.path = path, .drive_type = line.drive_type, .chosen = line.chosen};
     }
     return true;
 }
@@ -254,10 +255,24 @@ void free_mount_table(mount_table *table) {
     heap_free(table);
 }
 
+static bool is_place(const mount_point &point) {
+    return point.chosen || point.drive_type != DRIVE_FIXED;
+}
+
 uint32_t mount_drive_type(const mount_table *table, const char *path) {
-    for (uint32_t i = 0; i < table->count; i++)
-        if (text_equal(table->points[i].path, path)) return table->points[i].drive_type;
+    for (uint32_t i = 0; i < table->count; i++) {
+        const mount_point &point = table->points[i];
+        if (is_place(point) && text_equal(point.path, path)) return point.drive_type;
+    }
     return DRIVE_NO_ROOT_DIR;
+}
+
+bool mount_is_drive(const mount_table *table, const char *path) {
+    for (uint32_t i = 0; i < table->count; i++) {
+        const mount_point &point = table->points[i];
+        if (point.drive_type == DRIVE_FIXED && text_equal(point.path, path)) return true;
+    }
+    return false;
 }
 
 bool mount_is_remote(const mount_table *table, const char *path) {
@@ -274,7 +289,7 @@ static const mount_point *find_carrier(const mount_table *table, const char *pat
     const mount_point *nearest = nullptr;
     for (uint32_t i = 0; i < table->count; i++) {
         const mount_point *point = &table->points[i];
-        if (point->drive_type != DRIVE_FIXED || !is_below(path, point->path)) continue;
+        if (!point->chosen || !is_below(path, point->path)) continue;
         if (nearest == nullptr || strlen(point->path) > strlen(nearest->path)) nearest = point;
     }
     return nearest;
@@ -285,8 +300,7 @@ const char *mount_root(const mount_table *table, uint32_t index) {
     if (mount_drive_type(table, "/") == DRIVE_FIXED) return nullptr;
     for (uint32_t i = 0; i < table->count; i++) {
         const mount_point &point = table->points[i];
-        if (point.drive_type == DRIVE_FIXED && find_carrier(table, point.path) == nullptr && --index == 0)
-            return point.path;
+        if (point.chosen && find_carrier(table, point.path) == nullptr && --index == 0) return point.path;
     }
     return nullptr;
 }
@@ -296,7 +310,7 @@ bool next_mount_below(const mount_table *table, const char *root, uint32_t *posi
     size_t length = strlen(root);
     while (*position < table->count) {
         const mount_point &point = table->points[(*position)++];
-        if (point.drive_type != DRIVE_FIXED || !is_below(point.path, root)) continue;
+        if (!point.chosen || !is_below(point.path, root)) continue;
         const mount_point *carrier = find_carrier(table, point.path);
         if (carrier == nullptr || !text_equal(carrier->path, root)) continue;
         if (strlen(point.path + length) >= size) continue;

@@ -19,9 +19,10 @@
 struct mount_point {
     char *path;
     uint32_t drive_type;
+    bool chosen; // of all the places of a drive
 };
 
-// The root, the fixed drives and the remote mounts, in the order of the mount table.
+// The places of fixed drives and the remote mounts, in the order of the mount table.
 struct mount_table {
     mount_point *points;
     uint32_t count;
@@ -37,8 +38,11 @@ using mount_table_guard = guard<mount_table, free_mount_table>;
 // The drive type of a file system by its name.
 uint32_t file_system_drive_type(const char *type, uint32_t device_major, bool is_root);
 
-// What GetDriveTypeA tells: DRIVE_NO_ROOT_DIR where no drive is mounted.
+// What GetDriveTypeA tells: DRIVE_NO_ROOT_DIR where no drive has its place.
 uint32_t mount_drive_type(const mount_table *table, const char *path);
+
+// Whether a fixed drive is mounted at the path, which need not be the place that was chosen for it.
+bool mount_is_drive(const mount_table *table, const char *path);
 
 // Whether reaching the path leads over a file system of another machine. The root's does not count, since
 // nothing would run without it.

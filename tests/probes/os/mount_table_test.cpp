@@ -84,6 +84,18 @@ TEST(parse_mounts, offers_one_place_of_a_device) {
     EXPECT_EQ(below(table.get(), "/"), paths{"whole/device"});
 }
 
+TEST(mount_is_drive, knows_the_other_places_of_a_drive) {
+    auto table = parsed(line(1, 0, "8:1", "/", "/", "ext4") + line(2, 1, "8:2", "/", "/b", "ext4") +
+                        line(3, 1, "8:2", "/", "/bc", "ext4") + line(4, 1, "0:9", "/", "/n", "nfs") +
+                        line(5, 1, "8:3", "/x", "/etc/hosts", "ext4"));
+    EXPECT_TRUE(mount_is_drive(table.get(), "/b"));
+    EXPECT_TRUE(mount_is_drive(table.get(), "/bc"));
+    EXPECT_EQ(mount_drive_type(table.get(), "/bc"), DRIVE_NO_ROOT_DIR);
+    EXPECT_FALSE(mount_is_drive(table.get(), "/n"));
+    EXPECT_FALSE(mount_is_drive(table.get(), "/etc/hosts"));
+    EXPECT_FALSE(mount_is_drive(table.get(), "/folder"));
+}
+
 TEST(parse_mounts, takes_the_shortest_place_of_parts) {
     auto table = parsed(line(1, 0, "8:1", "/", "/", "ext4") + line(2, 1, "8:2", "/x", "/longer", "ext4") +
                         line(3, 1, "8:2", "/y", "/long", "ext4") + line(4, 1, "8:2", "/z", "/same", "ext4"));
