@@ -46,3 +46,7 @@ void platform_cleanup() {
         user_signal_ev = nullptr;
     }
 }
+
+void os_arch_reset() {
+    signal_ev = user_signal_ev = nullptr;
+}

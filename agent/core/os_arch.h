@@ -8,5 +8,8 @@ void init_os_arch_specific();
 // Takes back what init_os_arch_specific has set up. Also reached from fatal.
 void platform_cleanup();
 
+// Forgets the events of a process that has gone, for tests.
+void os_arch_reset();
+
 // Ends the main loop's sleep and the sleeps inside probes.
 extern waitable *signal_ev;

@@ -45,7 +45,7 @@ void forget_agent_state() {
     upgrade_reset();
     options_reset();
     families_reset();
-    signal_ev = nullptr;
+    os_arch_reset();
 
     // the exchanges, the trees and what checks keep
     configure_reset();
