@@ -59,9 +59,12 @@ static bool moved_away(const char *path) {
     return open_one.volume != at_path.volume || open_one.number != at_path.number;
 }
 
+// A stop ends the pause that it finds, and must not wait for those behind it.
 static void open_again(const char *path) {
-    for (int attempt = 0; log_open(path) == NO_FILE && attempt < RETRIES; attempt++)
+    for (int attempt = 0; log_open(path) == NO_FILE && attempt < RETRIES; attempt++) {
+        if (terminate_flag.load(std::memory_order_relaxed) != 0) return;
         sleep_interruptible(RETRY_PAUSE);
+    }
 }
 
 static void rotate_and_reopen(const agent_config *config, int64_t now) {
