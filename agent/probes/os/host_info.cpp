@@ -23,7 +23,6 @@ constexpr uint32_t ADAPTERS_SIZE = 11264;
 
 // The list under way. Once memory has run out nothing is added any more.
 struct line_list {
-    clinfo *first;
     clinfo **tail;
     bool out_of_memory;
 };
@@ -130,7 +129,6 @@ static void add_processors(line_list *list) {
 }
 
 static void add_hardware(line_list *list) {
-    add_line(list, "Hardware", nullptr);
     add_processors(list);
     memory_status status = {};
     if (!get_memory_status(&status)) return;
@@ -274,8 +272,9 @@ static void add_adapters(line_list *list) {
 }
 
 clinfo *collect_host_info() {
-    line_list list = {};
-    list.tail = &list.first;
+    clinfo_guard first(alloc_clinfo());
+    line_list list = {.tail = &first->next, .out_of_memory = false};
+    first->label = copy_part(&list, "Hardware");
     add_hardware(&list);
     add_line(&list, "Software", nullptr);
     bool network = add_system(&list);
@@ -285,7 +284,5 @@ clinfo *collect_host_info() {
         add_network_params(&list);
         add_adapters(&list);
     }
-    if (!list.out_of_memory) return list.first;
-    free_clinfo_list(list.first);
-    return nullptr;
+    return list.out_of_memory ? nullptr : first.release();
 }
