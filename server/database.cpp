@@ -101,6 +101,10 @@ void query::bind(const std::variant<std::monostate, int32_t, double, std::string
         bind(nullptr);
 }
 
+int query::columns() const {
+    return sqlite3_column_count(statement);
+}
+
 int64_t query::integer(int column) const {
     return sqlite3_column_int64(statement, column);
 }

@@ -60,6 +60,7 @@ public:
     // Runs a statement that gives no rows.
     void done() { row(); }
 
+    int columns() const;
     int64_t integer(int column) const;
     double real(int column) const;
     std::string text(int column) const; // "" for NULL

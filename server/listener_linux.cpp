@@ -24,30 +24,9 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-constexpr size_t MOST_CONNECTIONS = 512;
-// The main loop's, a downtime request's, the download of an upgrade, and one to spare for a connection that
-// the network has forgotten.
-constexpr size_t CONNECTIONS_OF_AGENT = 4;
 constexpr int BACKLOG = 256;
 constexpr int IDLE_MS = 1000;
-constexpr int PATIENCE_AT_END_S = 5;
 constexpr auto PAUSE_WITHOUT_DESCRIPTORS = std::chrono::milliseconds(50);
-
-// Limits by stage. A stranger gets little; a scan of hardware leaves the line quiet for minutes.
-constexpr stream_limits OPENING_LIMITS = {.wait_s = 20, .total_s = 60, .bytes = 16384};
-constexpr stream_limits EXCHANGE_LIMITS = {.wait_s = 60, .total_s = 300, .bytes = 64U << 20};
-constexpr stream_limits SCAN_LIMITS = {.wait_s = 600, .total_s = 900, .bytes = 64U << 20};
-
-const stream_limits &limits_of(session_stage stage) {
-    switch (stage) {
-    case session_stage::opening:
-        return OPENING_LIMITS;
-    case session_stage::scan:
-        return SCAN_LIMITS;
-    default:
-        return EXCHANGE_LIMITS;
-    }
-}
 
 void cut_socket(int socket) {
     shutdown(socket, SHUT_RDWR);
@@ -63,12 +42,25 @@ std::string address_text(const sockaddr_storage &address, socklen_t size, bool w
                                          : format_error("%s:%s", host, port);
 }
 
-void serve_connection(const server_ports &ports, connection_table &table, uint64_t number, int socket,
-                      const std::string &address) {
-    io *stream = socket_stream_new(socket, OPENING_LIMITS);
+const stream_limits &limits_of(const listener_limits &limits, session_stage stage) {
+    switch (stage) {
+    case session_stage::opening:
+        return limits.opening;
+    case session_stage::scan:
+        return limits.scan;
+    default:
+        return limits.exchange;
+    }
+}
+
+void serve_connection(const server_ports &ports, const listener_limits &limits, connection_table &table,
+                      uint64_t number, int socket, const std::string &address) {
+    io *stream = socket_stream_new(socket, limits.opening);
     if (stream == nullptr) return;
     session_link link = {.stream = stream, .address = address};
-    link.enter_stage = [stream](session_stage stage) { socket_stream_limit(stream, limits_of(stage)); };
+    link.enter_stage = [stream, &limits](session_stage stage) {
+        socket_stream_limit(stream, limits_of(limits, stage));
+    };
     link.admit = [&table, number](int64_t agent_id) { return table.name_agent(number, agent_id); };
     run_session(ports, link);
 }
@@ -176,7 +168,7 @@ int listener::accept_one(std::string *out_address) {
 }
 
 void listener::wait_for_sessions(connection_table &table) {
-    auto end = steady::now() + std::chrono::seconds(PATIENCE_AT_END_S);
+    auto end = steady::now() + std::chrono::milliseconds(limits.patience_ms);
     while (table.size() > 0 && stops < 2 && steady::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     table.cut_all();
@@ -192,8 +184,8 @@ void listener::take_connection(const server_ports &ports, connection_table &tabl
         return;
     }
     uint64_t number = table.add(accepted);
-    bool started = number != 0 && threads.start([&ports, &table, number, accepted, address] {
-        serve_connection(ports, table, number, accepted, address);
+    bool started = number != 0 && threads.start([this, &ports, &table, number, accepted, address] {
+        serve_connection(ports, limits, table, number, accepted, address);
         table.remove(number); // from here on nobody cuts the socket, whose number may be used again
         close(accepted);
     });
@@ -203,7 +195,7 @@ void listener::take_connection(const server_ports &ports, connection_table &tabl
 }
 
 void listener::serve(const server_ports &ports, const std::function<void()> &idle) {
-    connection_table table(MOST_CONNECTIONS, CONNECTIONS_OF_AGENT, cut_socket);
+    connection_table table(limits.connections, limits.connections_of_agent, cut_socket);
     thread_list threads;
     auto next_idle = steady::now();
     while (stops == 0) {

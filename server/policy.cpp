@@ -295,8 +295,9 @@ const char *load_policy(const std::string &path, policy *out) {
     if (auto *failure = read_policy(BUILT_IN_POLICY, out)) return failure;
     if (path.empty()) return nullptr;
     std::ifstream file(path);
-    std::string text((std::istreambuf_iterator<char>(file)), {});
+    file.peek(); // a folder shows itself here
     if (!file.is_open() || file.bad()) return format_error("cannot read the policy %s", path.c_str());
+    std::string text((std::istreambuf_iterator<char>(file)), {});
     if (auto *failure = read_policy(text, out)) return format_error("%s, %s", path.c_str(), failure);
     return nullptr;
 }

@@ -9,9 +9,9 @@
 
 // What is granted from now on.
 struct stream_limits {
-    int32_t wait_s = 0;  // for the next byte to come or go
-    int32_t total_s = 0; // for everything
-    size_t bytes = 0;    // to come in
+    int32_t wait_ms = 0;  // for the next byte to come or go
+    int32_t total_ms = 0; // for everything
+    size_t bytes = 0;     // to come in
 };
 
 // What a read returns, by its address, when the peer has closed in order, with nothing in hand and everything

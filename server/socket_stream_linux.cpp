@@ -50,14 +50,15 @@ const char *broken(socket_state *state, const char *failure) {
 // Waits until the socket is ready, as long as the limits allow.
 const char *wait_until_ready(socket_state *state, short events) {
     auto left = std::chrono::ceil<std::chrono::milliseconds>(state->deadline - steady::now()).count();
-    if (left <= 0) return format_error("the connection took longer than %d seconds", state->limits.total_s);
-    int64_t wait_ms = std::min<int64_t>(left, int64_t{state->limits.wait_s} * 1000);
+    if (left <= 0)
+        return format_error("the connection took longer than %g seconds", state->limits.total_ms / 1000.0);
+    int64_t wait_ms = std::min<int64_t>(left, state->limits.wait_ms);
     pollfd wanted = {.fd = state->socket, .events = events};
     int count = poll(&wanted, 1, static_cast<int>(std::min<int64_t>(wait_ms, INT_MAX)));
     if (count < 0 && errno != EINTR) return format_error("poll: %s", strerrordesc_np(errno));
     if (count == 0 && wait_ms == left)
-        return format_error("the connection took longer than %d seconds", state->limits.total_s);
-    if (count == 0) return format_error("nothing moved for %d seconds", state->limits.wait_s);
+        return format_error("the connection took longer than %g seconds", state->limits.total_ms / 1000.0);
+    if (count == 0) return format_error("nothing moved for %g seconds", state->limits.wait_ms / 1000.0);
     return nullptr;
 }
 
@@ -184,5 +185,5 @@ io *socket_stream_new(int socket, const stream_limits &limits) {
 void socket_stream_limit(io *stream, const stream_limits &limits) {
     socket_state *state = state_of(stream);
     state->limits = limits;
-    state->deadline = steady::now() + std::chrono::seconds(limits.total_s);
+    state->deadline = steady::now() + std::chrono::milliseconds(limits.total_ms);
 }
