@@ -114,8 +114,9 @@ TEST_F(action_reader, needs_memory_for_a_group) {
 }
 
 TEST_F(action_reader, ends_a_list_without_an_end) {
+    const std::string action = wire_action("");
     std::string form = bytes("30 80");
     for (size_t i = 0; i <= 1U << 18; i++)
-        form += wire_action("");
+        form += action;
     EXPECT_EQ(read_actions(form + WIRE_END), "Out of memory in read_action_list");
 }

@@ -479,13 +479,11 @@ TEST_F(group_list_reader, needs_memory_for_a_group) {
 // Bounds against a hostile server.
 
 static std::string nested_groups(size_t depth) {
+    std::string level = wire_open("30", wire_open("30", wire_text("g") + wire_list("")));
     std::string form;
     for (size_t i = 0; i < depth; i++)
-        form += wire_open("30", wire_open("30", wire_text("g") + wire_list("")));
-    form += wire_list("");
-    for (size_t i = 0; i < depth; i++)
-        form += WIRE_END + WIRE_END;
-    return form;
+        form += level;
+    return form + wire_list("") + std::string(4 * depth, '\0'); // the ends of a group and of its list
 }
 
 TEST_F(group_list_reader, reads_as_deep_as_any_sound_tree) {
@@ -528,7 +526,6 @@ TEST_F(group_list_reader, counts_the_groups_of_all_levels) {
     std::string below = repeated(wire_group("", ""), half);
     std::string form =
         wire_open("30", "") + wire_open("30", wire_text("g") + wire_list("") + below) + WIRE_END;
-    for (size_t i = 0; i < half; i++)
-        form += wire_group("", "");
-    EXPECT_EQ(read_groups(form + WIRE_END), "Out of memory in read_devtree_list");
+    form += repeated(wire_group("", ""), half).substr(2);
+    EXPECT_EQ(read_groups(form), "Out of memory in read_devtree_list");
 }
