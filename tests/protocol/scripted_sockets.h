@@ -47,7 +47,6 @@ struct scripted_sockets {
     size_t piece = SIZE_MAX;             // most bytes of one receive
     bool send_fails = false;
     bool receive_fails = false;
-    std::vector<uint32_t> waits; // seconds of each select
 
     scripted_connection &last() { return *connections.back(); }
     int open_connections() const;
