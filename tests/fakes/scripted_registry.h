@@ -10,10 +10,13 @@
 #include <utility>
 #include <vector>
 
-struct registry_key {
+// What the opaque key of this registry is.
+struct scripted_key {
     registry_hive hive;
     std::string path;
     registry_access access;
+
+    static scripted_key *of(registry_key *key) { return reinterpret_cast<scripted_key *>(key); }
 };
 
 struct scripted_registry;
@@ -43,15 +46,19 @@ struct scripted_registry {
         auto found = keys.find({hive, path});
         return found != keys.end() ? &found->second : nullptr;
     }
-    std::string *find(registry_key *key, const std::string &name) {
+    std::string *find(const scripted_key *key, const std::string &name) {
         for (auto &[each, bytes] : keys[{key->hive, key->path}])
             if (each == name) return &bytes;
         return nullptr;
     }
 
+    const values &values_of(registry_key *key) {
+        return keys[{scripted_key::of(key)->hive, scripted_key::of(key)->path}];
+    }
+
     // A text with its terminator, as programs store it.
     void set(registry_hive hive, const std::string &path, const std::string &name, const std::string &text) {
-        registry_key key = {hive, path, REGISTRY_WRITE};
+        scripted_key key = {hive, path, REGISTRY_WRITE};
         std::string bytes = text + '\0';
         if (std::string *found = find(&key, name))
             *found = bytes;
@@ -63,7 +70,7 @@ struct scripted_registry {
 
     registry_key *open(registry_hive hive, const std::string &path, registry_access access) {
         open_keys++;
-        return new registry_key{hive, path, access};
+        return reinterpret_cast<registry_key *>(new scripted_key{hive, path, access});
     }
 };
 
@@ -79,7 +86,8 @@ inline const registry_ops scripted_registry::ops = {
         *out = the_registry->open(hive, path, access);
         return 0;
     },
-    .RegCreateKeyExA = [](registry_key *parent, const char *path, registry_key **out) -> uint32_t {
+    .RegCreateKeyExA = [](registry_key *opened, const char *path, registry_key **out) -> uint32_t {
+        const scripted_key *parent = scripted_key::of(opened);
         if (the_registry->fails("create")) return REGISTRY_DENIED;
         std::string whole = parent->path + "\\" + path;
         bool there = the_registry->find(parent->hive, whole) != nullptr;
@@ -91,7 +99,7 @@ inline const registry_ops scripted_registry::ops = {
     .RegQueryValueExA = [](registry_key *key, const char *name, char *buffer, uint32_t *size) -> uint32_t {
         the_registry->queried.push_back(name);
         if (the_registry->fails("query")) return REGISTRY_DENIED;
-        const std::string *found = the_registry->find(key, name);
+        const std::string *found = the_registry->find(scripted_key::of(key), name);
         if (found == nullptr) return REGISTRY_NOT_FOUND;
         if (found->size() > *size) return REGISTRY_MORE_DATA;
         memcpy(buffer, found->data(), found->size());
@@ -99,22 +107,23 @@ inline const registry_ops scripted_registry::ops = {
         return 0;
     },
     .RegSetValueExA = [](registry_key *key, const char *name, const char *value, uint32_t size) -> uint32_t {
-        if (the_registry->fails("set") || key->access != REGISTRY_WRITE) return REGISTRY_DENIED;
+        const scripted_key *into = scripted_key::of(key);
+        if (the_registry->fails("set") || into->access != REGISTRY_WRITE) return REGISTRY_DENIED;
         std::string bytes(value, size);
-        if (std::string *found = the_registry->find(key, name))
+        if (std::string *found = the_registry->find(into, name))
             *found = bytes;
         else
-            the_registry->keys[{key->hive, key->path}].push_back({name, bytes});
+            the_registry->keys[{into->hive, into->path}].push_back({name, bytes});
         return 0;
     },
     .RegQueryInfoKeyA = [](registry_key *key, uint32_t *out_count) -> uint32_t {
         if (the_registry->fails("info")) return REGISTRY_DENIED;
-        *out_count = static_cast<uint32_t>(the_registry->keys[{key->hive, key->path}].size());
+        *out_count = static_cast<uint32_t>(the_registry->values_of(key).size());
         return 0;
     },
     .RegEnumValueA = [](registry_key *key, uint32_t index, char *name, uint32_t size) -> uint32_t {
         if (the_registry->fails("enum")) return REGISTRY_DENIED;
-        const auto &values = the_registry->keys[{key->hive, key->path}];
+        const auto &values = the_registry->values_of(key);
         if (index >= values.size() || values[index].first.size() >= size) return REGISTRY_NOT_FOUND;
         strcpy(name, values[index].first.c_str());
         return 0;
@@ -122,7 +131,7 @@ inline const registry_ops scripted_registry::ops = {
     .RegCloseKey =
         [](registry_key *key) {
             the_registry->open_keys--;
-            delete key;
+            delete scripted_key::of(key);
         },
     .use_settings_file = [](const char *path) { the_registry->settings_file = path; },
     .use_variables_file = [](const char *path) { the_registry->variables_file = path; },
