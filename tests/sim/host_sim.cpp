@@ -61,6 +61,7 @@ static void keep_line(int32_t level, const char *message) {
 }
 
 host_sim::host_sim(uint64_t of) : seed(scenario_seed(of)), scheduler(seed) {
+    EXPECT_EQ(the_sim, nullptr) << "one simulation at a time";
     the_sim = this;
     settings = {{"server_list", "server"}, {"domain", "example"}, {"name", "agent-1"}, {"loglevel", "-1"}};
     use_sim();
@@ -195,19 +196,46 @@ std::vector<int64_t> host_sim::times_logged(const std::string &part) const {
 
 // ---- calls
 
-static void trace(const char *name, const std::string &about) {
-    if (the_sim->calls.tracing)
-        the_sim->calls.trace.push_back(std::to_string(the_sim->scheduler.now_ms) + " " + name + " " + about);
+// What a call was about, made to a text only where somebody wants it.
+static std::string words_of(const char *about) {
+    return about;
 }
 
-void sim_note(const char *name, const std::string &about) {
-    if (the_sim->scheduler.in_agent()) trace(name, about);
+static std::string words_of(int64_t about) {
+    return std::to_string(about);
 }
 
-bool sim_fails(const char *name, const std::string &about) {
+template <class About>
+static void note(const char *name, About about) {
+    if (!the_sim->scheduler.in_agent() || !the_sim->calls.tracing) return;
+    std::string when = std::to_string(the_sim->scheduler.now_ms);
+    the_sim->calls.trace.push_back(when + " " + name + " " + words_of(about));
+}
+
+template <class About>
+static bool fails(const char *name, About about) {
+    sim_calls *calls = &the_sim->calls;
     if (!the_sim->scheduler.in_agent()) return false;
-    trace(name, about);
-    if (++the_sim->calls.count != the_sim->calls.fail_at) return false;
-    the_sim->calls.failed = name;
+    calls->count++;
+    if (calls->tracing) note(("#" + std::to_string(calls->count) + " " + name).c_str(), about);
+    if (calls->count != calls->fail_at) return false;
+    calls->failed = name;
+    calls->failed_about = words_of(about);
     return true;
+}
+
+void sim_note(const char *name, const char *about) {
+    note(name, about);
+}
+
+void sim_note(const char *name, int64_t about) {
+    note(name, about);
+}
+
+bool sim_fails(const char *name, const char *about) {
+    return fails(name, about);
+}
+
+bool sim_fails(const char *name, int64_t about) {
+    return fails(name, about);
 }

@@ -19,8 +19,8 @@
 
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 struct waitable;
@@ -93,7 +93,7 @@ struct host_sim {
     std::vector<std::string> events;
 
     // The heap: blocks of the agent that are not freed.
-    std::set<void *> blocks;
+    std::unordered_set<void *> blocks;
     size_t blocks_at_end = 0; // when the last life ended
 
     std::map<waitable *, bool> handles; // manual reset or not

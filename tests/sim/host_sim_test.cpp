@@ -76,7 +76,8 @@ TEST(simulated_disk, loses_what_was_not_synced) {
         files_host->write(file, "new", 3);
         sim.disk.cut_power();
         kept += sim.disk.get("/a/file") == "new";
-        EXPECT_EQ(std::string("new").find(sim.disk.get("/a/file") == "old" ? "new" : sim.disk.get("/a/file")), 0U);
+        EXPECT_EQ(std::string("new").find(sim.disk.get("/a/file") == "old" ? "new" : sim.disk.get("/a/file")),
+                  0U);
     }
     EXPECT_LT(kept, 20);
 }

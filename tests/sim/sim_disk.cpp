@@ -66,8 +66,9 @@ void sim_disk::cut_power() {
 
 // Whether the operation fails this time, by the n-th call or by a broken path.
 static bool fails(const char *name, const std::string &path, uint32_t code) {
-    bool failing = sim_fails(name, path);
+    bool failing = sim_fails(name, path.c_str());
     if (failing) the_sim->last_error = code;
+    if (the_sim->disk.broken.empty()) return failing;
     for (const auto &[start, broken_code] : the_sim->disk.broken[name]) {
         if (!path.starts_with(start)) continue;
         the_sim->last_error = broken_code;

@@ -140,10 +140,6 @@ void serve_link(const sim_place *place, const std::shared_ptr<sim_link> &link, i
 
 // ---- the agent's sockets
 
-static std::string about(socket_handle socket) {
-    return "socket " + std::to_string(socket);
-}
-
 static std::shared_ptr<sim_link> *find_socket(socket_handle handle) {
     auto found = the_sim->network.sockets.find(handle);
     if (found != the_sim->network.sockets.end()) return &found->second;
@@ -153,7 +149,7 @@ static std::shared_ptr<sim_link> *find_socket(socket_handle handle) {
 
 // The call fails this time, with this code.
 static bool fails(const char *name, socket_handle socket, uint32_t code) {
-    if (!sim_fails(name, about(socket))) return false;
+    if (!sim_fails(name, socket)) return false;
     the_sim->last_error = code;
     return true;
 }
@@ -291,7 +287,7 @@ static bool sim_so_error(socket_handle handle, uint32_t *out_error) {
 }
 
 static void sim_shutdown(socket_handle handle) {
-    sim_note("shutdown", about(handle));
+    sim_note("shutdown", handle);
     auto *link = find_socket(handle);
     if (link != nullptr && *link != nullptr) (*link)->to_server.closed = true;
 }

@@ -47,14 +47,10 @@ void sim_scheduler::run_task(sim_task *task) {
     pass_baton();
 }
 
-// A task that is being unwound does not wait any more: its clean-up would throw a second time.
-static bool unwinding() {
-    return std::uncaught_exceptions() > 0;
-}
-
 bool sim_scheduler::wait_until(const std::function<bool()> &ready, int64_t deadline_ms) {
-    if (unwinding()) return false;
     sim_task *self = current;
+    // A killed task that is being unwound does not wait any more: its clean-up would throw a second time.
+    if (self->killed && std::uncaught_exceptions() > 0) return false;
     if (!self->killed) {
         if (ready()) return true;
         if (deadline_ms <= now_ms) return false;

@@ -17,12 +17,12 @@ static bool sim_localtime(int64_t time, tm *out) {
 }
 
 static void sim_sleep(uint32_t milliseconds) {
-    sim_note("Sleep", std::to_string(milliseconds));
+    sim_note("Sleep", milliseconds);
     the_sim->scheduler.sleep_until(the_sim->scheduler.now_ms + milliseconds);
 }
 
 static bool sim_random_bytes(void *buffer, size_t count) {
-    if (sim_fails("random_bytes", std::to_string(count))) return false;
+    if (sim_fails("random_bytes", static_cast<int64_t>(count))) return false;
     for (size_t i = 0; i < count; i++)
         static_cast<unsigned char *>(buffer)[i] = static_cast<unsigned char>(the_sim->scheduler.chance());
     return true;
@@ -44,7 +44,7 @@ static bool sim_format_message(uint32_t code, char *buffer, uint32_t size, uint3
 // ---- heap
 
 static void *sim_allocate(size_t size) {
-    if (sim_fails("allocate", std::to_string(size))) return nullptr;
+    if (sim_fails("allocate", static_cast<int64_t>(size))) return nullptr;
     void *block = heap_ops_host.allocate(size);
     the_sim->blocks.insert(block);
     return block;
@@ -69,7 +69,7 @@ static void sim_report(void *, bool, uint32_t, const char *message) {
 static void sim_deregister_source(void *) {}
 
 static void sim_exit(int status) {
-    sim_note("exit", std::to_string(status));
+    sim_note("exit", status);
     throw agent_ended{status};
 }
 
@@ -111,7 +111,7 @@ static int32_t first_signalled(uint32_t count, waitable *const *objects) {
 }
 
 static int32_t sim_wait(uint32_t count, waitable *const *objects, uint32_t milliseconds) {
-    if (sim_fails("WaitForMultipleObjects", std::to_string(milliseconds))) return WAIT_OBJECT_FAILED;
+    if (sim_fails("WaitForMultipleObjects", milliseconds)) return WAIT_OBJECT_FAILED;
     the_sim->scheduler.wait_until([=] { return first_signalled(count, objects) >= 0; },
                                   the_sim->scheduler.now_ms + milliseconds);
     int32_t index = first_signalled(count, objects);
