@@ -1,24 +1,34 @@
 #include "server/connection_table.h"
 
 #include <algorithm>
+#include <chrono>
 
-// A place whose connection has been cut is free in a moment, and counts as free at once.
-bool connection_table::make_room() {
+// Connections that have been cut end soon, but not at once; as many as there are places may be on their way
+// out.
+static constexpr auto TIME_TO_LEAVE = std::chrono::milliseconds(200);
+
+size_t connection_table::count_open() const {
     auto is_open = [](const auto &entry) { return !entry.second.is_cut; };
-    auto count = static_cast<size_t>(std::count_if(taken.begin(), taken.end(), is_open));
-    if (count < places) return taken.size() < 2 * places; // threads end slower than they are cut
+    return static_cast<size_t>(std::count_if(taken.begin(), taken.end(), is_open));
+}
+
+// A place whose connection has been cut counts as free.
+bool connection_table::make_room() {
+    if (count_open() < places) return true;
     for (auto &[number, open] : taken) {
         if (open.agent_id != 0 || open.is_cut) continue;
         open.is_cut = true;
         cut(open.socket);
-        return taken.size() < 2 * places;
+        return true;
     }
     return false;
 }
 
 uint64_t connection_table::add(int socket) {
-    std::lock_guard lock(mutex);
-    if (!make_room()) return 0;
+    std::unique_lock lock(mutex);
+    bool fits =
+        make_room() && left.wait_for(lock, TIME_TO_LEAVE, [this] { return taken.size() < 2 * places; });
+    if (!fits) return 0;
     taken[++last_number] = {.socket = socket};
     return last_number;
 }
@@ -35,6 +45,7 @@ bool connection_table::name_agent(uint64_t number, int64_t agent_id) {
 void connection_table::remove(uint64_t number) {
     std::lock_guard lock(mutex);
     taken.erase(number);
+    left.notify_all();
 }
 
 void connection_table::cut_all() {

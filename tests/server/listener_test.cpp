@@ -85,14 +85,14 @@ TEST_F(listening, serves_an_agent) {
 TEST_F(listening, serves_agents_side_by_side) {
     start(PATIENT);
     std::vector<std::unique_ptr<client_socket>> sockets;
-    std::vector<agent_secrets> kept(20);
+    std::vector<agent_secrets> kept(8);
     for (size_t i = 0; i < kept.size(); i++) {
         sockets.push_back(std::make_unique<client_socket>(port));
         EXPECT_TRUE(opens(*sockets[i], "web" + std::to_string(i), &kept[i]));
     }
     sockets.clear();
     stop();
-    EXPECT_EQ(rows("SELECT count(*) FROM agents WHERE hallmark IS NOT NULL"), std::vector<std::string>{"20"});
+    EXPECT_EQ(rows("SELECT count(*) FROM agents WHERE hallmark IS NOT NULL"), std::vector<std::string>{"8"});
 }
 
 // What the closing of a connection tells about the last answer.
@@ -214,7 +214,7 @@ TEST_F(listening, stands_a_storm_of_nonsense) {
 }
 
 TEST_F(listening, gives_an_agent_its_share_of_connections) {
-    start(SMALL);
+    start({.connections_of_agent = 2, .patience_ms = 100});
     client_socket first(port);
     client_socket second(port);
     client_socket third(port);

@@ -11,38 +11,45 @@
 
 void noting_observer::registered(const agent_row &agent, const build_numbers &build,
                                  const std::string &address, bool new_key) {
-    notes.push_back("registered " + agent.name + " build " + std::to_string(build.build) + " from " +
-                    address + (new_key ? " with a new key" : ""));
+    note("registered " + agent.name + " build " + std::to_string(build.build) + " from " + address +
+         (new_key ? " with a new key" : ""));
 }
 
 void noting_observer::offered(const agent_row &agent, size_t groups, size_t devices) {
-    notes.push_back("offered " + agent.name + " " + std::to_string(groups) + " " + std::to_string(devices));
+    note("offered " + agent.name + " " + std::to_string(groups) + " " + std::to_string(devices));
 }
 
 void noting_observer::configured(const agent_row &agent, size_t checks) {
-    notes.push_back("configured " + agent.name + " " + std::to_string(checks));
+    note("configured " + agent.name + " " + std::to_string(checks));
 }
 
 void noting_observer::delivered(const agent_row &, const delivery &delivery, const stored_delivery &stored) {
+    std::lock_guard lock(mutex);
     for (const stored_result &result : stored.fresh)
         fresh.push_back(delivery.results[result.index]);
 }
 
 void noting_observer::downtime(const agent_row &agent, int32_t minutes, int64_t until) {
-    notes.push_back("downtime " + agent.name + " " + std::to_string(minutes) + " " + std::to_string(until));
+    note("downtime " + agent.name + " " + std::to_string(minutes) + " " + std::to_string(until));
 }
 
 void noting_observer::refused(const std::string &agent, const std::string &, const std::string &reason) {
-    notes.push_back("refused " + agent + ": " + reason);
+    note("refused " + agent + ": " + reason);
 }
 
 void noting_observer::failed(const std::string &agent, const std::string &, const std::string &failure) {
-    notes.push_back("failed " + agent + ": " + failure);
+    note("failed " + agent + ": " + failure);
+}
+
+void noting_observer::note(const std::string &text) {
+    std::lock_guard lock(mutex);
+    notes.push_back(text);
 }
 
 bool noting_observer::noted(const std::string &part) const {
-    for (const std::string &note : notes)
-        if (note.find(part) != std::string::npos) return true;
+    std::lock_guard lock(mutex);
+    for (const std::string &text : notes)
+        if (text.find(part) != std::string::npos) return true;
     return false;
 }
 

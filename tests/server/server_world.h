@@ -13,6 +13,7 @@
 
 // What was told to the observer, a line each.
 struct noting_observer : server_observer {
+    mutable std::mutex mutex;
     std::vector<std::string> notes;
     std::vector<check_result> fresh; // results, as they were stored
 
@@ -25,6 +26,7 @@ struct noting_observer : server_observer {
     void refused(const std::string &agent, const std::string &address, const std::string &reason) override;
     void failed(const std::string &agent, const std::string &address, const std::string &failure) override;
 
+    void note(const std::string &text);
     bool noted(const std::string &part) const;
 };
 
