@@ -79,23 +79,31 @@ static bool find_column(const char *head, const char *processor, uint32_t *out_c
     return found;
 }
 
+// The number in one column of a row, which has to have them all.
+static bool read_column(const char *row, uint32_t column, uint32_t columns, uint64_t *out) {
+    const char *at = row + strcspn(row, ":\n");
+    if (*at++ != ':') return false;
+    for (uint32_t place = 0; place < columns; place++) {
+        uint64_t number = 0;
+        if (!read_number(&at, &number)) return false;
+        if (place == column) *out = number;
+    }
+    return true;
+}
+
 bool parse_processor_interrupts(const char *interrupts, const char *processor, uint64_t *out) {
     uint32_t column = 0;
     uint32_t columns = 0;
     if (!find_column(interrupts, processor, &column, &columns)) return false;
     uint64_t sum = 0;
+    bool any = false;
     const char *row = next_line(interrupts);
     for (; row != nullptr && next_line(row) != nullptr; row = next_line(row)) {
-        const char *at = row + strcspn(row, ":\n");
-        if (*at != ':') continue;
-        at++;
         uint64_t number = 0;
-        uint64_t mine = 0;
-        uint32_t place = 0;
-        for (; place < columns && read_number(&at, &number); place++)
-            if (place == column) mine = number;
-        if (place == columns) sum += mine;
+        if (!read_column(row, column, columns, &number)) continue;
+        sum += number;
+        any = true;
     }
     *out = sum;
-    return true;
+    return any;
 }

@@ -463,9 +463,10 @@ TEST_F(provider_names, fill_the_table_of_english_names) {
 }
 
 TEST_F(provider_names, do_not_write_behind_a_small_buffer) {
-    char buffer[12] = {};
-    uint32_t size = 10;
-    buffer[10] = 'x';
-    EXPECT_EQ(provider_query_value("Counter 009", buffer, &size), ERROR_MORE_DATA);
-    EXPECT_EQ(buffer[10], 'x');
+    for (uint32_t limit = 0; limit < 100; limit++) {
+        std::string buffer(400, 'x');
+        uint32_t size = limit;
+        EXPECT_EQ(provider_query_value("Counter 009", buffer.data(), &size), ERROR_MORE_DATA);
+        EXPECT_EQ(buffer.find_first_not_of('x', limit), std::string::npos) << limit;
+    }
 }

@@ -97,6 +97,13 @@ TEST(parse_processor_interrupts, goes_by_the_names_of_the_columns) {
     EXPECT_LT(sum, 1000038U + 1000);
 }
 
+TEST(parse_processor_interrupts, refuses_a_head_without_rows) {
+    uint64_t sum = 0;
+    EXPECT_FALSE(parse_processor_interrupts(" CPU0 CPU1", "0", &sum));
+    EXPECT_FALSE(parse_processor_interrupts(" CPU0 CPU1\n", "0", &sum));
+    EXPECT_FALSE(parse_processor_interrupts(" CPU0 CPU1\n1: 2 3", "0", &sum)) << "the row is cut off";
+}
+
 TEST(parse_processor_interrupts, refuses_a_text_without_a_head) {
     uint64_t sum = 0;
     EXPECT_FALSE(parse_processor_interrupts("", "0", &sum));
