@@ -1,0 +1,66 @@
+"""tools/demo, which is what `./dev run` shows."""
+import os
+import signal
+import subprocess
+import unittest
+from pathlib import Path
+
+import programs
+from programs import PATIENCE_S, main, wait_until
+
+DEMO = Path(__file__).resolve().parent.parent.parent / "tools" / "demo"
+
+
+def name_of(process: int) -> str:
+    try:
+        return Path(f"/proc/{process}/comm").read_text().strip()
+    except OSError:
+        return ""
+
+
+def children(process: int) -> dict[str, int]:
+    """The programs that the demo has started, by name."""
+    found = Path(f"/proc/{process}/task/{process}/children").read_text().split()
+    return {name_of(int(child)): int(child) for child in found}
+
+
+class Demo(unittest.TestCase):
+    def start(self, seconds: int) -> subprocess.Popen:
+        demo = subprocess.Popen([DEMO, "--for", str(seconds), "--programs", programs.folder_of_programs],
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.addCleanup(demo.stdout.close)
+        self.addCleanup(demo.wait)
+        self.addCleanup(demo.terminate)
+        return demo
+
+    def wait_for_agent(self, demo) -> dict[str, int]:
+        wait_until(lambda: {"tnagent", "tnserver"} <= children(demo.pid).keys(), "both programs")
+        return children(demo.pid)
+
+    def test_ends_by_itself_with_results_of_every_family(self):
+        demo = self.start(15)
+        told, _ = demo.communicate(timeout=PATIENCE_S)
+        self.assertEqual(demo.returncode, 0, told)
+        rows = {line.split()[0]: line.split()[1:] for line in told.splitlines() if line.split()}
+        for family in ("fs", "mem", "system"):
+            _, checks, results, *_, errors = map(int, rows[family])
+            self.assertGreaterEqual(results, max(checks, 1), told)
+            self.assertEqual(errors, 0, told)
+
+    def test_fails_where_the_agent_does(self):
+        demo = self.start(30)
+        os.kill(self.wait_for_agent(demo)["tnagent"], signal.SIGKILL)
+        told, _ = demo.communicate(timeout=10)
+        self.assertEqual(demo.returncode, 1)
+        self.assertIn("the agent has ended", told)
+
+    def test_leaves_no_program_behind_when_it_is_told_to_end(self):
+        demo = self.start(30)
+        started = self.wait_for_agent(demo)
+        demo.terminate()
+        demo.communicate(timeout=PATIENCE_S)
+        self.assertEqual([name for name, process in started.items() if name_of(process) == name], [])
+
+
+if __name__ == "__main__":
+    main()
