@@ -147,10 +147,12 @@ static void fill_adapters(const ifaddrs *all, const char *route, record_buffer *
 }
 
 static uint32_t get_adapters_info(adapter_facts *out, uint32_t *size) {
+    constexpr uint32_t NOT_ENOUGH_MEMORY = 8;
     constexpr uint32_t NO_ADAPTERS = 232;
     ifaddrs *all = nullptr;
     text_guard route = read_routes();
-    if (route == nullptr || getifaddrs(&all) != 0) return static_cast<uint32_t>(errno);
+    if (route == nullptr) return NOT_ENOUGH_MEMORY;
+    if (getifaddrs(&all) != 0) return static_cast<uint32_t>(errno);
     record_buffer buffer = {.start = reinterpret_cast<char *>(out), .size = *size, .used = 0};
     fill_adapters(all, route.get(), &buffer);
     freeifaddrs(all);

@@ -35,3 +35,15 @@ bool parse_meminfo(const char *text, meminfo *out) {
     out->committed = read_bytes(text, "Committed_AS:");
     return out->total > 0;
 }
+
+// The address space, which nobody asks for, is left at 0.
+void fill_memory_status(const meminfo &memory, memory_status *out) {
+    *out = {
+        .length = out->length,
+        .memory_load = static_cast<uint32_t>((memory.total - memory.available) / (memory.total / 100 + 1)),
+        .total_phys = memory.total,
+        .available_phys = memory.available,
+        .total_page_file = memory.total + memory.swap_total,
+        .available_page_file = memory.available + memory.swap_free,
+    };
+}

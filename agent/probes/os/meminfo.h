@@ -1,6 +1,8 @@
 // The memory of a host, as /proc/meminfo tells it.
 #pragma once
 
+#include "probes/os/memory_ops.h"
+
 #include <cstdint>
 
 // In bytes. `available` never exceeds `total`, nor `swap_free` `swap_total`.
@@ -14,3 +16,7 @@ struct meminfo {
 
 // False where the text does not tell the total and something to work out the available memory from.
 bool parse_meminfo(const char *text, meminfo *out);
+
+// The platform's figures for such a memory: the page file is memory and swap together, so that what it has
+// beyond physical memory is the swap. The length field stays as it is.
+void fill_memory_status(const meminfo &memory, memory_status *out);

@@ -4,7 +4,7 @@
 #include "platform/agent_log.h"
 #include "platform/text.h"
 #include "probes/os/drives_ops.h"
-#include "probes/os/machine.h"
+#include "probes/os/recorded_ops.h"
 
 #include <gtest/gtest.h>
 
@@ -305,4 +305,23 @@ TEST_F(check_fs_test, tells_why_a_path_cannot_be_read_and_tries_again) {
     EXPECT_FAILURE(check_fs(device.get(), &result), "The device is not ready.");
     volumes["C:\\"] = {};
     EXPECT_SUCCESS(check_fs(device.get(), &result));
+}
+
+// The whole scan over a recorded mount table.
+
+TEST(scan_mounts_of_a_recorded_machine, offers_its_fixed_drives) {
+    test_host host;
+    recorded_machine machine("numa");
+    drives_host = &recorded_drives_ops;
+    drives_reset();
+    devtree root = {};
+    EXPECT_SUCCESS(scan_mounts(&root));
+    devtree_guard group(root.children);
+    paths found;
+    for (const devnode *device = group->devices; device != nullptr; device = device->next)
+        found.emplace_back(device->id);
+    EXPECT_EQ(found, (paths{"/srv/block\nline", "/var/lib/db", "/var/lib", "/tank/db", "/tank",
+                            "/run/media/operator/Stick", "/srv/My Data/inner#one", "/srv/My Data",
+                            "/srv/late", "/boot/efi", "/"}));
+    drives_host = nullptr;
 }

@@ -1,4 +1,5 @@
-// What the drive and memory checks and the host's description rely on, held against this host.
+// What the drive and memory checks and the host's description rely on, held against this host and, for drives
+// and memory, against recorded machines.
 #include "fakes/test_host.h"
 #include "platform/errors.h"
 #include "platform/sockets_ops.h"
@@ -9,25 +10,31 @@
 #include "probes/os/host_info_ops.h"
 #include "probes/os/memory.h"
 #include "probes/os/memory_ops.h"
+#include "probes/os/recorded_ops.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 
 namespace {
 
-struct this_host : testing::Test {
+struct contract : testing::TestWithParam<const char *> {
     test_host host;
-    this_host() {
-        drives_host = &drives_ops_host;
-        memory_host = &memory_ops_host;
+    std::unique_ptr<recorded_machine> machine;
+
+    contract() {
+        bool recorded = !text_equal(GetParam(), "this_host");
+        if (recorded) machine = std::make_unique<recorded_machine>(GetParam());
+        drives_host = recorded ? &recorded_drives_ops : &drives_ops_host;
+        memory_host = recorded ? &recorded_memory_ops : &memory_ops_host;
         host_info_host = &host_info_ops_host;
         sockets_host = &sockets_ops_host;
         error_host = &error_ops_host;
         drives_reset();
         memory_reset();
     }
-    ~this_host() override {
+    ~contract() override {
         drives_host = nullptr;
         memory_host = nullptr;
         host_info_host = nullptr;
@@ -35,13 +42,23 @@ struct this_host : testing::Test {
     }
 };
 
-using drives_contract = this_host;
-using memory_contract = this_host;
-using host_info_contract = this_host;
+using drives_contract = contract;
+using memory_contract = contract;
+using host_info_contract = contract;
+
+std::string host_name(const testing::TestParamInfo<const char *> &kind) {
+    return kind.param;
+}
 
 } // namespace
 
-TEST_F(drives_contract, has_space_on_every_drive_that_it_offers) {
+INSTANTIATE_TEST_SUITE_P(hosts, drives_contract, testing::Values("this_host", "container", "numa"),
+                         host_name);
+INSTANTIATE_TEST_SUITE_P(hosts, memory_contract, testing::Values("this_host", "container", "numa"),
+                         host_name);
+INSTANTIATE_TEST_SUITE_P(hosts, host_info_contract, testing::Values("this_host"), host_name);
+
+TEST_P(drives_contract, has_space_on_every_drive_that_it_offers) {
     devtree root = {};
     EXPECT_SUCCESS(scan_mounts(&root));
     devtree_guard group(root.children);
@@ -54,7 +71,7 @@ TEST_F(drives_contract, has_space_on_every_drive_that_it_offers) {
     }
 }
 
-TEST_F(drives_contract, offers_its_first_root_where_that_is_fixed) {
+TEST_P(drives_contract, offers_its_first_root_where_that_is_fixed) {
     const char *first = drives_host->drive_root(0);
     ASSERT_NE(first, nullptr);
     devtree root = {};
@@ -66,7 +83,7 @@ TEST_F(drives_contract, offers_its_first_root_where_that_is_fixed) {
     EXPECT_EQ(offered, drives_host->GetDriveTypeA(first) == DRIVE_FIXED);
 }
 
-TEST_F(drives_contract, tells_why_there_is_no_space_at_a_path) {
+TEST_P(drives_contract, tells_why_there_is_no_space_at_a_path) {
     devnode_guard device(alloc_devnode());
     device->id = text_copy("/no/such/folder");
     resnode result = {};
@@ -75,11 +92,11 @@ TEST_F(drives_contract, tells_why_there_is_no_space_at_a_path) {
     EXPECT_GT(strlen(failure), 5U);
 }
 
-TEST_F(drives_contract, finds_no_drive_where_nothing_is_mounted) {
+TEST_P(drives_contract, finds_no_drive_where_nothing_is_mounted) {
     EXPECT_NE(drives_host->GetDriveTypeA("/no/such/folder"), DRIVE_FIXED);
 }
 
-TEST_F(memory_contract, has_parts_that_fit_into_their_wholes) {
+TEST_P(memory_contract, has_parts_that_fit_into_their_wholes) {
     memory_status status = {};
     ASSERT_TRUE(get_memory_status(&status));
     EXPECT_GT(status.available_phys, 0U);
@@ -89,7 +106,7 @@ TEST_F(memory_contract, has_parts_that_fit_into_their_wholes) {
     EXPECT_LE(status.memory_load, 100U);
 }
 
-TEST_F(memory_contract, offers_and_checks_three_figures) {
+TEST_P(memory_contract, offers_and_checks_three_figures) {
     devtree root = {};
     EXPECT_SUCCESS(scan_meminfo(&root));
     devtree_guard group(root.children);
@@ -101,7 +118,7 @@ TEST_F(memory_contract, offers_and_checks_three_figures) {
     }
 }
 
-TEST_F(host_info_contract, describes_the_host_within_the_limits_of_the_wire) {
+TEST_P(host_info_contract, describes_the_host_within_the_limits_of_the_wire) {
     clinfo_guard list(collect_host_info());
     ASSERT_NE(list, nullptr);
     int processors = 0;
@@ -120,7 +137,7 @@ TEST_F(host_info_contract, describes_the_host_within_the_limits_of_the_wire) {
     EXPECT_EQ(processors, named);
 }
 
-TEST_F(host_info_contract, refuses_buffers_that_are_too_small) {
+TEST_P(host_info_contract, refuses_buffers_that_are_too_small) {
     alignas(network_params) char room[8192];
     uint32_t needed = 8;
     EXPECT_EQ(host_info_host->GetNetworkParams(reinterpret_cast<network_params *>(room), &needed),

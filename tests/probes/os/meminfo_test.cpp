@@ -56,6 +56,25 @@ TEST(parse_meminfo, refuses_what_does_not_tell_the_memory) {
     EXPECT_FALSE(parse_meminfo("MemTotal: -10 kB\nMemAvailable: 9 kB\n", &memory));
 }
 
+TEST(fill_memory_status, puts_memory_and_swap_together) {
+    memory_status status = {.length = 64};
+    fill_memory_status({.total = 8000, .available = 6000, .swap_total = 500, .swap_free = 300}, &status);
+    EXPECT_EQ(status.length, 64U);
+    EXPECT_EQ(status.total_phys, 8000U);
+    EXPECT_EQ(status.available_phys, 6000U);
+    EXPECT_EQ(status.total_page_file, 8500U);
+    EXPECT_EQ(status.available_page_file - status.available_phys, 300U);
+    EXPECT_EQ(status.memory_load, 24U);
+}
+
+TEST(fill_memory_status, has_no_load_above_100) {
+    memory_status status = {};
+    fill_memory_status({.total = 1}, &status);
+    EXPECT_EQ(status.memory_load, 1U);
+    fill_memory_status({.total = UINT64_MAX}, &status);
+    EXPECT_LE(status.memory_load, 100U);
+}
+
 TEST(parse_processor_list, counts_ranges_and_single_processors) {
     uint64_t mask = 0;
     EXPECT_EQ(parse_processor_list("0-3,8,10-11\n", &mask), 7U);
