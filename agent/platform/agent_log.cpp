@@ -34,7 +34,8 @@ void write_prefix(char *line) {
 
 } // namespace
 
-static void log_line(int32_t level, const char *format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) static void log_line(int32_t level, const char *format,
+                                                           va_list arguments) {
     char short_line[1024];
     va_list again;
     va_copy(again, arguments);
