@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+#include <utility>
 
 namespace {
 
@@ -83,8 +84,9 @@ void flatten_groups(const std::vector<device_group> &groups, std::vector<std::st
     for (const device_group &group : groups) {
         path.push_back(group.id);
         for (const device &what : group.devices) {
-            offered_device &offered = out->emplace_back(offered_device{path, what});
+            offered_device offered = {path, what};
             offered.path.push_back(what.id);
+            out->push_back(std::move(offered));
         }
         flatten_groups(group.groups, path, out);
         path.pop_back();

@@ -1,3 +1,4 @@
+// The exchanges behind the opening: time, checkin, scan and configuration, downtime, upgrade.
 #include "platform/errors.h"
 #include "server/records_read.h"
 #include "server/session_state.h"

@@ -1,3 +1,5 @@
+// The opening: who is there, which secrets both sides hold, new ones where they are missing, and the mutual
+// proof.
 #include "crypto/cipher_stream.h"
 #include "platform/errors.h"
 #include "server/key_exchange.h"

@@ -121,7 +121,7 @@ std::string record_reader::text(uint32_t limit, uint32_t tag) {
     uint32_t length = definite_length(limit);
     if (!take(length)) return {};
     std::string text(length, '\0');
-    failed = stream->read(stream, text.data(), length);
+    if (auto *failure = stream->read(stream, text.data(), length)) fail(failure);
     if (failed == nullptr && memchr(text.data(), '\0', length) != nullptr) fail("a text with a zero byte");
     return failed == nullptr ? text : std::string();
 }

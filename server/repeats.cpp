@@ -57,7 +57,7 @@ bool comparison::compare(const queue_pair &queue, repeat_verdict *out) const {
 
 repeat_verdict find_repeats(const std::vector<held_result> &held,
                             const std::vector<delivered_result> &delivered, int64_t now) {
-    const repeat_verdict all_new = {.repeats = std::vector<int64_t>(delivered.size(), 0)};
+    repeat_verdict all_new = {.repeats = std::vector<int64_t>(delivered.size(), 0)};
     if (held.empty()) return all_new;
     comparison all = {held, delivered, now, delivered.size() < SMALLEST_CUT};
     std::map<int64_t, queue_pair> queues;

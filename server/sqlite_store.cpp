@@ -4,6 +4,7 @@
 #include "server/check_path.h"
 
 #include <map>
+#include <utility>
 
 namespace {
 
@@ -221,9 +222,9 @@ const char *sqlite_store::load_offer(int64_t agent_id, std::vector<offered_devic
                 " FROM devices WHERE agent_id = ? ORDER BY id");
         row.with(agent_id);
         while (row.row()) {
-            offered_device &offered =
-                out->emplace_back(offered_device{groups[row.integer(0)], read_device_row(row)});
+            offered_device offered = {groups[row.integer(0)], read_device_row(row)};
             offered.path.push_back(offered.what.id);
+            out->push_back(std::move(offered));
         }
     }
     return db.take_failure();

@@ -1,3 +1,4 @@
+// The results in the store, and which of them may come again.
 #include "server/sqlite_store.h"
 
 #include "server/check_path.h"

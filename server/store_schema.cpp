@@ -1,3 +1,4 @@
+// The tables of the store, and how its file is told from others.
 #include "server/sqlite_store.h"
 
 #include "platform/errors.h"
