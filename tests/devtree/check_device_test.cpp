@@ -185,6 +185,18 @@ TEST_F(checks, that_give_no_real_number_are_errors) {
         host.logged(LOG_WARNING, "Error checking fs.inner.C:\\\\: Gave neither error nor valid result"));
 }
 
+TEST_F(checks, that_give_a_real_number_have_the_status_of_their_limits) {
+    use("fs", TYPE_REAL_CONTINUOUS);
+    device->limits.real = {-1.0, 2.0, -1.0, -1.0};
+    check = [](devnode *, resnode *result) {
+        result->real_value = 2.5;
+        return nullptr;
+    };
+    resnode_guard result = run();
+    EXPECT_EQ(result->status, STATUS_WARNING);
+    EXPECT_EQ(result->real_value, 2.5);
+}
+
 TEST_F(checks, that_fail_tell_their_own_error_whatever_the_number) {
     use("fs", TYPE_REAL_CONTINUOUS);
     check = [](devnode *, resnode *result) {

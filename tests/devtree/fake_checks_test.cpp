@@ -318,6 +318,22 @@ TEST_F(fake_results, have_a_huge_log_text_with_the_stated_chance) {
     EXPECT_EQ(host.count_logged("Generated huge"), huge);
 }
 
+TEST_F(fake_results, have_no_huge_log_text_when_memory_is_out) {
+    use(TYPE_ADV_LOG);
+    make_up(device);
+    uint32_t seed = 0; // of a draw for the text and none for the status
+    for (;; seed++) {
+        tn_srand(seed);
+        if (tn_rand() % 997 != 0 && tn_rand() % 97 == 0) break;
+    }
+    tn_srand(seed);
+    resnode_guard result(alloc_resnode());
+    host.fail_allocation = 1;
+    fake_result(device, result.get());
+    EXPECT_EQ(result->log_text, nullptr);
+    EXPECT_STREQ(result->comment, "Fake result");
+}
+
 static const char *check_uptime(devnode *device, resnode *result) {
     EXPECT_EQ(device->state, nullptr);
     EXPECT_EQ(device->state_magic, NO_STATE_MAGIC);

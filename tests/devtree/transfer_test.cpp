@@ -196,6 +196,21 @@ TEST_F(transfer, carries_very_many_devices_and_groups) {
         ASSERT_EQ(device->results != nullptr ? device->results->value : 0, i);
 }
 
+TEST_F(transfer, carries_the_first_of_very_many_groups) {
+    devtree *last_before = before.get(), *last_after = after.get();
+    for (int i = 0; i < 20000; i++) {
+        std::string id = "group" + std::to_string(i / 2); // each twice
+        last_before = sibling_of(last_before, id.c_str());
+        add_result(add_device(last_before, "x"), 0, i + 1);
+        last_after = sibling_of(last_after, id.c_str());
+        add_device(last_after, "x");
+    }
+    carry_over();
+    int i = 0;
+    for (const devtree *group = after->next; group != nullptr; group = group->next, i++)
+        ASSERT_EQ(queue_of(group->devices), i % 2 == 0 ? std::to_string(i + 1) : "") << i;
+}
+
 class pruning : public testing::Test {
 protected:
     test_host host;

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <thread>
 
@@ -76,6 +77,12 @@ TEST_F(linux_waits, end_at_a_signal_from_another_thread) {
 TEST_F(linux_waits, are_absent_where_the_host_has_no_more) {
     host.fail_allocation = 1;
     EXPECT_EQ(waits_host->CreateEventA(false, false), nullptr);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none = {.rlim_cur = 0, .rlim_max = before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(waits_host->CreateEventA(false, false), nullptr);
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 static waitable *signalled_by_handler;

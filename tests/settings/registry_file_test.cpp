@@ -203,6 +203,13 @@ TEST_F(registry_files, store_beside_the_program_under_a_plain_name) {
     EXPECT_EQ(host.read_file("variables"), "a\t1\n");
 }
 
+TEST_F(registry_files, store_in_the_top_folder) {
+    host.files["/"] = {};
+    registry_host->use_variables_file("/variables");
+    EXPECT_EQ(store("1"), 0U);
+    EXPECT_EQ(host.read_file("/variables"), "a\t1\n");
+}
+
 TEST_F(registry_files, store_under_names_of_any_length) {
     std::string name = "/var/" + std::string(3000, 'n');
     host.write_file("/var/other", "");

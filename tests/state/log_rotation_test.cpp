@@ -219,6 +219,23 @@ TEST_F(log_rotation, leaves_the_renames_to_who_has_moved_the_log) {
     EXPECT_EQ(old(1), "one");
 }
 
+static const files_ops *files_elsewhere;
+static bool facts_on_another_volume(const char *path, file_facts *out) {
+    bool found = files_elsewhere->facts_at(path, out);
+    out->volume++;
+    return found;
+}
+
+TEST_F(log_rotation, takes_a_file_of_another_volume_for_another_file) {
+    files_elsewhere = files_host;
+    files_ops files = *files_host;
+    files.facts_at = facts_on_another_volume;
+    files_host = &files;
+    reopen_log_flag = 1;
+    log_check_rotate();
+    EXPECT_EQ(old(1), "");
+}
+
 TEST_F(log_rotation, leaves_the_renames_to_who_has_moved_the_log_and_made_none) {
     write_old(1, "one");
     ASSERT_TRUE(files_host->MoveFileA(PATH, "/var/log/moved"));
