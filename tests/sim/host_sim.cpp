@@ -90,14 +90,19 @@ void host_sim::add_server(scripted_server &server, const std::string &name, uint
 
 // ---- one life of the agent
 
+static void put_settings(const std::string &path, const std::map<std::string, std::string> &settings) {
+    std::string text;
+    for (const auto &[key, value] : settings)
+        text += key + " = " + value + "\n";
+    the_sim->disk.put(path, text);
+}
+
 void host_sim::start_agent(const std::vector<std::string> &arguments) {
     bury_agent();
     exit_status.reset();
     power_cut = false;
-    std::string text;
-    for (const auto &[key, value] : settings)
-        text += key + " = " + value + "\n";
-    disk.put("/etc/tarnix/tnagent.conf", text);
+    put_settings("/etc/tarnix/tnagent.conf", settings);
+    if (!home.empty()) put_settings(home + "/.config/tarnix/tnagent.conf", user_settings);
     words = {"tnagent"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     scheduler.start("agent", true, [this] { live(); });

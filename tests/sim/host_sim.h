@@ -56,8 +56,11 @@ struct host_sim {
     // A server under this name; more names may lead to the same one. It sees this host's clock.
     void add_server(scripted_server &server, const std::string &name = "server", uint16_t port = 3241);
 
-    // The settings file; the agent reads it when it starts.
+    // The settings file of the machine, and that of the user, who has one if he has a home; the agent reads
+    // them when it starts.
     std::map<std::string, std::string> settings;
+    std::map<std::string, std::string> user_settings;
+    std::string home;
 
     // One life of the agent. Its arguments follow the program's name.
     void start_agent(const std::vector<std::string> &arguments = {});

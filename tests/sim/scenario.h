@@ -17,6 +17,7 @@ struct scenario : testing::Test {
     void TearDown() override {
         if (sim.agent_runs()) stop();
         EXPECT_EQ(server.violations, std::vector<std::string>());
+        EXPECT_EQ(sim.network.vain_closes, 0U) << "sockets closed twice";
     }
 
     void stop() {

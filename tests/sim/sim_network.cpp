@@ -294,6 +294,7 @@ static void sim_shutdown(socket_handle handle) {
 
 static bool sim_closesocket(socket_handle handle) {
     auto *link = find_socket(handle);
+    the_sim->network.vain_closes += link == nullptr;
     if (link == nullptr || fails("closesocket", handle, CODE_INVALID)) return false;
     if (*link != nullptr) (*link)->to_server.closed = true;
     the_sim->network.sockets.erase(handle);

@@ -49,9 +49,10 @@ struct sim_place {
 
 struct sim_network {
     int64_t latency_ms = 0;
-    int64_t jitter_ms = 0; // up to so much more, by chance
-    bool chopped = false;  // sends and receives take a part of what there is, by chance
-    uint32_t calls = 0;    // connections that were tried
+    int64_t jitter_ms = 0;    // up to so much more, by chance
+    bool chopped = false;     // sends and receives take a part of what there is, by chance
+    uint32_t calls = 0;       // connections that were tried
+    uint32_t vain_closes = 0; // of sockets that were not open
 
     // A server that is up under this name. Its address is made up.
     sim_place &add(const std::string &name, uint16_t port,

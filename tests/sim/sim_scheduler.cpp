@@ -11,40 +11,49 @@ sim_scheduler::sim_scheduler(uint64_t seed) : chance(seed) {
 
 sim_scheduler::~sim_scheduler() {
     kill_tasks(false);
-    reap();
+    std::unique_lock held(lock);
+    closing = true;
+    for (sim_task &task : tasks)
+        task.turn.notify_one();
+    held.unlock();
+    for (sim_task &task : tasks)
+        if (task.thread.joinable()) task.thread.join();
 }
 
-// The threads of ended tasks are about to end by themselves.
-void sim_scheduler::reap() {
-    tasks.remove_if([](sim_task &task) {
-        if (!task.ended) return false;
-        task.thread.join();
-        return true;
-    });
+// Threads are dear, above all under a sanitizer: one whose task has ended takes the next.
+sim_task *sim_scheduler::find_idle() {
+    for (sim_task &task : tasks)
+        if (task.ended) return &task;
+    sim_task *task = &tasks.emplace_back();
+    task->thread = std::thread([this, task] { work(task); });
+    return task;
 }
 
 sim_task *sim_scheduler::start(const std::string &name, bool of_agent, std::function<void()> body) {
-    reap();
-    sim_task *task = &tasks.emplace_back();
+    sim_task *task = find_idle();
     task->name = name;
     task->of_agent = of_agent;
     task->body = std::move(body);
     task->ready = [] { return true; };
-    task->thread = std::thread([this, task] { run_task(task); });
+    task->deadline = NEVER;
+    task->killed = task->ended = false;
     return task;
 }
 
-void sim_scheduler::run_task(sim_task *task) {
+void sim_scheduler::work(sim_task *task) {
     std::unique_lock held(lock);
-    task->turn.wait(held, [&] { return current == task; });
-    held.unlock();
-    try {
-        if (!task->killed) task->body();
-    } catch (const task_killed &) {
+    for (;;) {
+        task->turn.wait(held, [&] { return current == task || closing; });
+        if (closing) return;
+        held.unlock();
+        try {
+            if (!task->killed) task->body();
+        } catch (const task_killed &) {
+        }
+        held.lock();
+        task->ended = true;
+        pass_baton();
     }
-    held.lock();
-    task->ended = true;
-    pass_baton();
 }
 
 bool sim_scheduler::wait_until(const std::function<bool()> &ready, int64_t deadline_ms) {

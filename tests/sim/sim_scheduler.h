@@ -41,7 +41,7 @@ struct sim_scheduler {
     std::mt19937_64 chance;
     uint64_t switches = 0;
 
-    // A new task, which begins when it gets the baton. It is gone some time after it has ended.
+    // A new task, which begins when it gets the baton.
     sim_task *start(const std::string &name, bool of_agent, std::function<void()> body);
 
     // Waits until `ready` or the fake time; whether it is ready. Whatever `ready` looks at changes only while
@@ -62,15 +62,16 @@ struct sim_scheduler {
     bool stuck = false;
 
 private:
-    void run_task(sim_task *task);
+    sim_task *find_idle();
+    void work(sim_task *task);
     void pass_baton();
     sim_task *choose_next();
     bool can_go_on(const sim_task *task) const;
     bool advance_clock();
-    void reap();
 
     std::mutex lock;
     std::list<sim_task> tasks; // the test's first
     sim_task *current;
+    bool closing = false;
     std::multiset<int64_t> moments;
 };

@@ -157,7 +157,8 @@ static void sim_regfree(tn_regex *regex) {
 // ---- places
 
 static void sim_find_places(places *out) {
-    unix_user user = {.is_root = true};
+    const std::string &home = the_sim->home;
+    unix_user user = {.is_root = true, .home = home.empty() ? nullptr : home.c_str()};
     unix_places(&user, out);
 }
 

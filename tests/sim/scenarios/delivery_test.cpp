@@ -114,3 +114,56 @@ TEST_F(delivering, reports_disabled_families_as_disabled) {
     EXPECT_EQ(wire::device_paths(server.tree())[2], "system/uptime");
     EXPECT_TRUE(sim.logged(2, "Scanning of mem disabled by configuration"));
 }
+
+TEST_F(delivering, sends_the_comment_with_the_last_result_that_the_limit_lets_through) {
+    server.checkin_frequency = 600;
+    begin({{"mem", {wire::continuous("nothing", 6)}}});
+    server.bends.push_back({.at = server_step::OFFERS, .kind = bend_kind::CLOSE_BEFORE});
+    ASSERT_TRUE(sim.run_until([&] { return sim.logged_part("Agent failed checkin"); }, HOUR));
+    ASSERT_TRUE(checkins(1));
+    const std::vector<wire::result> &results = server.deliveries.back().results;
+    ASSERT_EQ(results.size(), 50U); // of more than a hundred
+    EXPECT_EQ(results[48].comment, "");
+    EXPECT_EQ(results[49].comment, "Unknown memory type encountered: nothing");
+}
+
+TEST_F(delivering, is_acknowledged_with_nothing_to_deliver) {
+    begin({});
+    ASSERT_TRUE(checkins(2));
+    EXPECT_TRUE(server.deliveries.back().results.empty());
+    EXPECT_TRUE(sim.logged(0, "Checking in 0 results"));
+}
+
+TEST_F(delivering, closes_its_connection_once_where_the_server_tells_no_time) {
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    server.bends.push_back({.at = server_step::TIME, .kind = bend_kind::CLOSE_BEFORE});
+    ASSERT_TRUE(checkins(1));
+    EXPECT_EQ(sim.network.vain_closes, 0U);
+    EXPECT_TRUE(sim.logged(0, "Server does not support time synchronization"));
+}
+
+TEST_F(delivering, of_twenty_nine_seconds_is_told_as_detail_and_of_thirty_as_news) {
+    begin({});
+    server.bends.push_back({.at = server_step::TIME, .kind = bend_kind::DELAY, .amount = 29});
+    server.bends.push_back(
+        {.at = server_step::CHECKIN_RESP, .kind = bend_kind::DELAY, .amount = 40, .skip = 1});
+    ASSERT_TRUE(checkins(3));
+    sim.run_for(1);
+    EXPECT_TRUE(sim.logged(0, "Checkin success, conn: 0s, setup: 29s, data: 0s, ack: 0s, finish: 0s"));
+    EXPECT_TRUE(sim.logged(1, "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 40s, finish: 0s"));
+}
+
+TEST_F(delivering, counts_the_period_from_the_end_of_the_checkin) {
+    begin({});
+    server.bends.push_back({.at = server_step::CHECKIN_RESP, .kind = bend_kind::DELAY, .amount = 25});
+    ASSERT_TRUE(checkins(3));
+    EXPECT_EQ(server.deliveries[1].time, SIM_START + 60);
+    EXPECT_EQ(server.deliveries[2].time, SIM_START + 60 + 25 + 60);
+}
+
+TEST_F(delivering, tells_of_an_upgrade_that_it_may_not_fetch) {
+    server.upgrade_available = true;
+    begin({});
+    EXPECT_TRUE(sim.logged(0, "Server has upgrade, but i am not allowed to download it"));
+    EXPECT_EQ(server.upgrades, 0U);
+}

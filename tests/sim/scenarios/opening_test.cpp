@@ -28,6 +28,23 @@ TEST_F(opening, takes_further_values_at_the_end_of_any_message) {
     EXPECT_FALSE(sim.logged_part("failed"));
 }
 
+TEST_F(opening, of_two_strangers_takes_twelve_messages) {
+    begin({{"mem", {wire::continuous("phys", 30)}}});
+    const std::vector<std::string> &messages = server.connections[0].messages;
+    auto configure = std::find(messages.begin(), messages.end(), "configure_req");
+    EXPECT_EQ(configure - messages.begin(), 12);
+    EXPECT_EQ(server.connections[0].wants.version, 514);
+    EXPECT_FALSE(server.connections[0].wants.has_master_key);
+}
+
+TEST_F(opening, of_acquaintances_takes_seven) {
+    begin({{"mem", {wire::continuous("phys", 30)}}});
+    const std::vector<std::string> &messages = server.connections[1].messages;
+    auto time = std::find(messages.begin(), messages.end(), "server_time_req");
+    EXPECT_EQ(time - messages.begin(), 7);
+    EXPECT_TRUE(server.connections[1].wants.has_hallmark);
+}
+
 TEST_F(opening, takes_another_minor_version) {
     server.version = 0x0203;
     begin({{"mem", {wire::continuous("phys", 30)}}});

@@ -102,6 +102,48 @@ TEST_F(reconfiguration, replaces_the_servers_and_goes_to_them) {
     EXPECT_EQ(server.connections.back().place, "new-home");
 }
 
+TEST_F(reconfiguration, keeps_the_first_servers_of_a_list_that_is_too_long_to_store) {
+    std::string name(100, 'x');
+    server.servers.assign(12, {name, 1234}); // 106 characters each, of 1024
+    server.servers[0] = {"server", 3241};
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    ASSERT_TRUE(checkins(2));
+    std::string text = sim.disk.get("/var/lib/tarnix/variables");
+    size_t at = text.find("server_list_cluster\t") + 20;
+    std::string stored = text.substr(at, text.find('\n', at) - at);
+    EXPECT_EQ(stored.size(), 12U + 9 * 106);
+    EXPECT_TRUE(stored.starts_with("server:3241," + name + ":1234,"));
+    EXPECT_EQ(stored.back(), ',');
+}
+
+TEST_F(reconfiguration, goes_to_the_first_server_where_the_present_one_is_no_longer_listed) {
+    sim.add_server(server, "other");
+    sim.settings["server_list"] = "server,other";
+    sim.network.place("server").state = place_state::REFUSES;
+    server.servers = {{"other", 3241}};
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    ASSERT_TRUE(checkins(2));
+    for (const connection_record &connection : server.connections)
+        EXPECT_EQ(connection.place, "other");
+    EXPECT_EQ(sim.count_logged("failed checkin"), 0);
+}
+
+TEST_F(reconfiguration, says_that_the_tree_holds_no_log_checks) {
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    EXPECT_TRUE(sim.logged(0, "Server sent no LogCheck group"));
+}
+
+TEST_F(reconfiguration, changes_the_identity_when_the_server_does) {
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    EXPECT_EQ(server.connections[1].wants.id, "host-1");
+    server.host_id = "host-2";
+    server.configure(server.checks);
+    ASSERT_TRUE(checkins(2));
+    EXPECT_EQ(server.connections.back().wants.id, "host-2");
+    sim.run_for(2 * MINUTE); // a changed variable reaches the disk within half a minute of passes
+    EXPECT_NE(sim.disk.get("/var/lib/tarnix/variables").find("host_id\thost-2\n"), std::string::npos);
+}
+
 TEST_F(reconfiguration, ends_the_agent_when_nothing_at_all_can_be_monitored) {
     sim.settings["disable_checks"] = "*";
     sim.start_agent();
