@@ -46,7 +46,8 @@ struct files_ops {
     // Seconds since 1970 of the creation of the file at `path`: 0 when it cannot be opened, -1 when its file
     // system keeps no such time.
     int64_t (*creation_time)(const char *path);
-    // Counts the file's age from now on, where the file system can; makes the file where it is missing.
+    // Counts the age of the file at `path` from now on. It may make the file for that; a host on which a new
+    // file is born with the present time has nothing to do.
     void (*restart_age)(const char *path);
 
     // The bytes that divide a path into folders. Optional: '/' where it is absent.
