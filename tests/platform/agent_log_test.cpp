@@ -122,7 +122,13 @@ TEST_F(agent_logs, do_not_report_their_own_failures) {
 }
 
 TEST_F(agent_logs, keep_lines_of_several_threads_whole) {
-    agent_log_observer = nullptr; // it belongs to one thread
+    agent_log_observer = nullptr; // it belongs to one thread, as does the calendar of the test host
+    clock_ops clock = *clock_host;
+    clock.localtime = [](int64_t, tm *out) {
+        *out = tm{.tm_sec = 40, .tm_min = 46, .tm_hour = 1, .tm_mday = 9, .tm_mon = 8, .tm_year = 101};
+        return true;
+    };
+    clock_host = &clock;
     auto write_lines = [](const char *word) {
         for (int i = 0; i < 200; i++)
             agent_log(LOG_NORMAL, "%s", word);
