@@ -111,8 +111,9 @@ static void read_group(record_reader &reader, uint32_t tag, tree_bounds &bounds,
 
 static std::vector<device_group> read_tree(record_reader &reader, tree_bounds &bounds) {
     std::vector<device_group> groups;
-    if (++bounds.depth > MAX_GROUP_DEPTH) reader.fail("groups are nested too deeply");
+    bounds.depth++;
     read_list(reader, MAX_DEVICES, [&](uint32_t tag) {
+        if (bounds.depth > MAX_GROUP_DEPTH) reader.fail("groups are nested too deeply");
         if (count_node(reader, bounds, sizeof(device_group)))
             read_group(reader, tag, bounds, groups.emplace_back());
     });

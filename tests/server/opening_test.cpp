@@ -317,6 +317,21 @@ TEST_F(opening_with_two_keys, takes_the_new_one_if_that_is_proven) {
     EXPECT_NE(secrets.hostkey, old_secrets.hostkey);
 }
 
+TEST_F(opening, offers_no_hallmark_of_another_key_than_the_one_in_turn) {
+    open();
+    set_policy("rekey = yes");
+    agent_secrets of_stranger;
+    test_connection stranger(ports, "web1", &of_stranger);
+    stranger->send(stranger->wants());
+    stranger->answer_offers();
+    stranger->make_key();
+    auto agent = connect();
+    (*agent)->send((*agent)->wants());
+    (*agent)->answer_offers();
+    EXPECT_TRUE((*agent)->offered_key);
+    EXPECT_FALSE((*agent)->offered_hallmark);
+}
+
 TEST_F(opening, changes_nothing_when_the_agent_turns_away) {
     open();
     auto stored = rows(AGENTS);

@@ -172,16 +172,30 @@ TEST_F(reading, takes_a_real_or_nothing) {
     EXPECT_EQ(failure(), "Wrong tag, expected BE_REAL");
 }
 
-TEST_F(reading, refuses_trees_beyond_a_depth) {
-    std::string build = repeated(encode_integer(1), 5);
+// A configure_req whose tree is so many groups deep.
+std::string deep_request(size_t depth) {
     std::string tree;
-    for (size_t depth = 0; depth <= MAX_GROUP_DEPTH; depth++)
+    while (depth-- > 0)
         tree = encode_record(wire::sequence,
                              encode_text("g") + encode_text("g") + encode_record(wire::sequence, "") +
                                  encode_record(wire::sequence, tree) + encode_text("") + encode_bool(false));
-    give(encode_record(wire::configure_req, build + encode_record(wire::sequence, "") +
-                                                encode_record(wire::sequence, tree) +
-                                                encode_record(wire::sequence, "")));
+    return encode_record(wire::configure_req,
+                         repeated(encode_integer(1), 5) + encode_record(wire::sequence, "") +
+                             encode_record(wire::sequence, tree) + encode_record(wire::sequence, ""));
+}
+
+TEST_F(reading, takes_trees_up_to_a_depth) {
+    give(deep_request(MAX_GROUP_DEPTH));
+    configure_req request = read_configure_req(reader, 0);
+    EXPECT_EQ(failure(), "(none)");
+    size_t depth = 0;
+    for (const auto *groups = &request.tree; !groups->empty(); groups = &groups->front().groups)
+        depth++;
+    EXPECT_EQ(depth, MAX_GROUP_DEPTH);
+}
+
+TEST_F(reading, refuses_trees_beyond_a_depth) {
+    give(deep_request(MAX_GROUP_DEPTH + 1));
     read_configure_req(reader, 0);
     EXPECT_EQ(failure(), "groups are nested too deeply");
 }
