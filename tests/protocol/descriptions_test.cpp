@@ -1,6 +1,7 @@
 #include "protocol/descriptions.h"
 
 #include "crypto/vectors.h"
+#include "fakes/notes.h"
 
 TEST(check_descriptions, are_known_word_for_word) {
     enum { NUMBER, GOOD, WARNING, ALERT, FIELDS };
@@ -11,6 +12,8 @@ TEST(check_descriptions, are_known_word_for_word) {
         EXPECT_EQ(check_descriptions[i].descriptionGood, rows[i][GOOD]);
         EXPECT_EQ(check_descriptions[i].descriptionWarn, rows[i][WARNING]);
         EXPECT_EQ(check_descriptions[i].descriptionAlert, rows[i][ALERT]);
+        for (size_t text : {GOOD, WARNING, ALERT})
+            note_text(rows[i][text]);
     }
 }
 
