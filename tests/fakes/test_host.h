@@ -1,7 +1,8 @@
-// A host in memory for unit tests: a clock that stands, a log that is kept, files that forget what was not synced, a
-// heap that refuses when asked, and an end of the process that a test survives.
+// A host in memory for unit tests: a clock that stands, a log that is kept, files that forget what was not
+// synced, a heap that refuses when asked, and an end of the process that a test survives.
 //
-// `test_host host;` at the head of a test or as a member of a fixture installs all of it afresh and takes it away.
+// `test_host host;` at the head of a test or as a member of a fixture installs all of it afresh and takes it
+// away.
 #pragma once
 
 #include "platform/files.h"
@@ -69,8 +70,8 @@ struct test_host {
     bool event_source_opens = true;
     std::vector<reported_event> events;
 
-    // Files, by path; a folder is a path with a '/' at its end. Anything that starts with a path of `broken` fails with
-    // the code given there, by the name of the operation: broken["open"]["/a/b"] = 13.
+    // Files, by path; a folder is a path with a '/' at its end. Anything that starts with a path of `broken`
+    // fails with the code given there, by the name of the operation: broken["open"]["/a/b"] = 13.
     std::map<std::string, memory_file> files;
     std::map<std::string, std::map<std::string, uint32_t>> broken;
     bool keeps_creation_times = true;
@@ -80,7 +81,8 @@ struct test_host {
     // Drops what was not synced, renames included.
     void cut_power();
 
-    // Waits: what WaitForMultipleObjects gives, one a call; a time-out (which moves the clock on) when it is empty.
+    // Waits: what WaitForMultipleObjects gives, one a call; a time-out (which moves the clock on) when it is
+    // empty.
     std::vector<int32_t> wait_answers;
     std::vector<uint32_t> waits; // milliseconds of each
 
@@ -94,7 +96,8 @@ struct test_host {
 // The host that is installed.
 extern test_host *the_host;
 
-// Compares a failure with the text that is expected, and notes it as seen. Use as EXPECT_FAILURE(call(), "text").
+// Compares a failure with the text that is expected, and notes it as seen. Use as EXPECT_FAILURE(call(),
+// "text").
 #define EXPECT_FAILURE(call, text) EXPECT_EQ(noted_failure(call), std::string(text))
 #define EXPECT_SUCCESS(call) EXPECT_EQ(noted_failure(call), std::string("(none)"))
 
