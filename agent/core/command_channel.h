@@ -1,4 +1,12 @@
-// Downtime on the word of a local administrator, and the main loop's sleep.
+// The local command channel: a pipe through which an administrator on this host gives the running agent one
+// command, a line in and a reply out, served within the main loop's sleep.
+//
+//     request   "DOWN %d\n", the minutes of downtime that the agent is to ask the server for
+//     reply     "OK" or "FAILURE" and the server's message, or what went wrong
+//
+// The pipe is waiting, connected (its event signalled, the main loop not yet there), being handled, and
+// waiting again. A client that vanishes before it has written leaves the channel silent until the agent
+// restarts.
 #pragma once
 
 #include <cstddef>
@@ -6,14 +14,14 @@
 
 inline constexpr size_t COMMAND_SIZE = 1024; // the largest request and the largest reply
 
-// The main loop's only way to sleep.
+// Makes the pipe and waits for the first client. A host on which an agent runs already is fatal.
+void setup_command_named_pipe();
+
+// The main loop's only way to sleep; a client that comes is served at once.
 void wait_for_object(int64_t seconds);
 
-// Asks the server for downtime without a running agent, and writes the reply.
-void connect_and_request_downtime(char *buffer, size_t size);
+// Takes the pipe away, if there is one.
+void close_command_pipe();
 
-// Shows the reply. Returns the process's exit status: 0 when it starts with "OK ", else 1.
-int show_down_result(const char *text);
-
-// What a process that was started for downtime alone does behind its start-up.
-[[noreturn]] void ask_server_for_downtime();
+// Forgets the channel and what it has left open, for tests.
+void command_channel_reset();

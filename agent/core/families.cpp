@@ -1,12 +1,14 @@
 #include "core/families.h"
 
 #include "core/os_arch.h"
+#include "core/upgrade.h"
 #include "devtree/check_table.h"
 #include "platform/fatal.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/system_load.h"
+#include "protocol/checkin.h"
 
 // In scan order. A row without functions offers nothing, and a check of it finds an unknown device.
 static check_entry rows[] = {
@@ -32,6 +34,7 @@ static check_entry rows[] = {
 void connect_rooms() {
     check_table = rows;
     fatal_cleanup = platform_cleanup;
+    start_download_hook = start_download;
 }
 
 void families_reset() {

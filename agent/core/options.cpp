@@ -1,5 +1,6 @@
 #include "core/options.h"
 
+#include "core/parent_pipes.h"
 #include "core/upgrade.h"
 #include "devtree/fake_checks.h"
 #include "platform/fatal.h"
@@ -148,4 +149,5 @@ void options_reset() {
     quiet_flag = down_flag = 0;
     down_minutes = 0;
     upgrade_reset();
+    parent_pipes_reset();
 }

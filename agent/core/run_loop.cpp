@@ -3,6 +3,7 @@
 #include "core/command_channel.h"
 #include "core/due_index.h"
 #include "core/os_arch.h"
+#include "core/parent_pipes.h"
 #include "core/schedule.h"
 #include "core/upgrade.h"
 #include "devtree/check_device.h"
@@ -27,7 +28,7 @@
 
 std::atomic<int32_t> force_checkin_flag;
 std::atomic<int32_t> burst_flag;
-int32_t upgrade_pending;
+std::atomic<int32_t> upgrade_pending;
 
 namespace {
 
@@ -46,7 +47,8 @@ struct pass {
 } // namespace
 
 static bool is_ending() {
-    return terminate_flag.load(std::memory_order_relaxed) != 0 || upgrade_pending != 0;
+    return terminate_flag.load(std::memory_order_relaxed) != 0 ||
+           upgrade_pending.load(std::memory_order_relaxed) != 0;
 }
 
 static const char *server_name() {
@@ -115,6 +117,7 @@ static void register_agent() {
         else
             hold_registration(reason);
         log_check_rotate();
+        poll_download();
     }
 }
 
@@ -150,6 +153,7 @@ static void wait_until_due(pass *current) {
         current->now = time_now();
         serve_signals(current);
         log_check_rotate();
+        poll_download();
     }
 }
 
@@ -196,6 +200,7 @@ static void checkin_done(int64_t now, int32_t acknowledged) {
     run_actions(now);
     if (acknowledged == 0) return;
     last_checkin = time_now();
+    report_alive();
     end_regression_run();
 }
 

@@ -15,7 +15,7 @@ extern std::atomic<int32_t>
     force_checkin_flag;                 // the next wait ends in a checkin at once, without a limit on results
 extern std::atomic<int32_t> burst_flag; // all checks are to be marked for a burst
 
-extern int32_t upgrade_pending; // a complete upgrade lies ready
+extern std::atomic<int32_t> upgrade_pending; // a complete upgrade lies ready
 
 // Forgets the failures, holds and flags, for tests.
 void run_loop_reset();

@@ -6,9 +6,16 @@
 
 struct waitable;
 
+// What the signals wake; each may be absent.
+struct signal_events {
+    waitable *stop;       // by SIGTERM and SIGINT
+    waitable *watch_stop; // by the same: the thread that watches the launcher
+    waitable *user;       // by the others
+};
+
 struct signals_ops {
-    // Optional: absent where the host has no signals. Either event may be absent.
-    void (*install)(waitable *stop_event, waitable *user_event);
+    // Optional: absent where the host has no signals.
+    void (*install)(const signal_events &events);
     void (*remove)();
 };
 

@@ -20,17 +20,22 @@ constexpr signal_row rows[] = {
 };
 
 volatile sig_atomic_t stop_file = -1;
+volatile sig_atomic_t watch_stop_file = -1;
 volatile sig_atomic_t user_file = -1;
 
 } // namespace
+
+static void wake(int file) {
+    if (file >= 0) signal_descriptor(file);
+}
 
 static void handle(int number) {
     int kept = errno;
     for (const signal_row &row : rows) {
         if (row.number != number) continue;
         row.signalled();
-        int file = row.stops ? stop_file : user_file;
-        if (file >= 0) signal_descriptor(file);
+        wake(row.stops ? stop_file : user_file);
+        if (row.stops) wake(watch_stop_file);
     }
     errno = kept;
 }
@@ -43,9 +48,14 @@ static void set_handlers(void (*handler)(int)) {
         sigaction(row.number, &action, nullptr);
 }
 
-static void install(waitable *stop_event, waitable *user_event) {
-    stop_file = stop_event != nullptr ? stop_event->file : -1;
-    user_file = user_event != nullptr ? user_event->file : -1;
+static int file_of(const waitable *event) {
+    return event != nullptr ? event->file : -1;
+}
+
+static void install(const signal_events &events) {
+    stop_file = file_of(events.stop);
+    watch_stop_file = file_of(events.watch_stop);
+    user_file = file_of(events.user);
     signal(SIGPIPE, SIG_IGN);
     set_handlers(handle);
 }
@@ -54,6 +64,7 @@ static void install(waitable *stop_event, waitable *user_event) {
 // process in the midst of its clean-up.
 static void remove_files() {
     stop_file = -1;
+    watch_stop_file = -1;
     user_file = -1;
 }
 

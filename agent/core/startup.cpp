@@ -1,7 +1,7 @@
 #include "core/startup.h"
 
-#include "core/command_channel.h"
 #include "core/families.h"
+#include "core/local_down.h"
 #include "core/options.h"
 #include "core/os_arch.h"
 #include "platform/agent_log.h"
@@ -135,6 +135,7 @@ void start_up(int argc, char **argv) {
     command_line options;
     parse_options(argc, argv, &options);
     connect_rooms();
+    if (down_flag != 0 && down_minutes != 0) try_local_down(down_minutes);
     read_settings(options);
     open_log(options);
     read_variables();

@@ -1,16 +1,28 @@
-// The agent's side of the launcher's protocol and of its own upgrade.
+// The agent's own upgrade: fetched in the background at the lowest priority, placed beside the program, told
+// to the launcher, which swaps the files when the agent has gone.
+//
+//     idle          the server offers, and the settings allow it      downloading
+//     downloading   further offers change nothing
+//                   the thread ends with a code other than 0           idle; the server offers again
+//                   the thread ends with 0: byte 1 to the launcher     ready
+//     ready         the main loop leaves, and waits for the launcher   gone
 #pragma once
+
+#include "settings/settings.h"
 
 #include <cstdint>
 
 // The launcher has gone back to this program after a newer one failed.
 extern uint32_t upgrade_failed;
 
-// The ends of the launcher's pipes, as the command line gives them; 0 for no launcher.
-void set_parent_pipes(int32_t read_end, int32_t write_end);
+// Starts the download, unless one is under way.
+void start_download(agent_config *config);
+
+// Looks whether the download has ended; sets upgrade_pending behind a good one.
+void poll_download();
 
 // Ends the process, for the launcher to go on with the upgrade that lies ready.
 [[noreturn]] void attempt_upgrade();
 
-// Forgets the launcher, for tests.
+// Forgets the download, for tests.
 void upgrade_reset();

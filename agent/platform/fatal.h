@@ -1,6 +1,7 @@
 // The end in error, and the host's event log.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 enum : uint32_t { EVENT_ID_ERROR = 0xC0000004, EVENT_ID_INFORMATION = 0x80000005 };
@@ -16,6 +17,9 @@ struct process_ops {
     // Ends the process. Does not return.
     void (*exit)(int status);
     uint32_t (*GetCurrentProcessId)();
+    // The path of the program that runs, cut at `size` bytes with their end. False where it cannot be had.
+    bool (*GetModuleFileNameA)(char *buffer, size_t size);
+    const char *program_suffix; // of the names of programs
 };
 
 extern const event_ops event_ops_host;

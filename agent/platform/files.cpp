@@ -55,8 +55,19 @@ char *file_read_text(const char *path, size_t limit, size_t *out_length) {
     return text;
 }
 
+static const char *path_separators() {
+    return files_host->separators != nullptr ? files_host->separators : "/";
+}
+
+const char *file_name_of(const char *path) {
+    const char *name = path;
+    for (const char *at = path; *at != '\0'; at++)
+        if (strchr(path_separators(), *at) != nullptr) name = at + 1;
+    return name;
+}
+
 void file_make_folders(const char *path) {
-    const char *separators = files_host->separators != nullptr ? files_host->separators : "/";
+    const char *separators = path_separators();
     text_guard folder(text_copy(path));
     if (folder == nullptr || *path == '\0') return;
     for (char *at = folder.get() + 1; *at != '\0'; at++) {

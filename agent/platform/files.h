@@ -42,6 +42,8 @@ struct files_ops {
     bool (*DeleteFileA)(const char *path);
     // Makes the folder, its owner alone may enter it; the folders above must exist.
     bool (*CreateDirectoryA)(const char *path);
+    // Lets the file be run as a program. Optional: absent where any file may be.
+    bool (*make_executable)(const char *path);
 
     // Seconds since 1970 of the creation of the file at `path`: 0 when it cannot be opened, -1 when its file
     // system keeps no such time.
@@ -66,6 +68,9 @@ char *file_read_text(const char *path, size_t limit, size_t *out_length);
 
 // Makes the folders above `path` that are missing. A failure shows when the file itself is opened.
 void file_make_folders(const char *path);
+
+// What follows the last separator of the path: the whole path where there is none.
+const char *file_name_of(const char *path);
 
 // Seconds since 1970 of the file's creation: 0 when it cannot be opened, the present time when the host knows
 // none.

@@ -107,6 +107,10 @@ static bool create_directory(const char *path) {
     return mkdir(path, 0700) == 0;
 }
 
+static bool make_executable(const char *path) {
+    return chmod(path, 0755) == 0;
+}
+
 static int64_t creation_time(const char *path) {
     struct statx found;
     // Some sandboxes refuse this call alone; then the file is there and its age is not known.
@@ -130,6 +134,7 @@ const files_ops files_ops_host = {
     .MoveFileExA = move_file_replacing,
     .DeleteFileA = delete_file,
     .CreateDirectoryA = create_directory,
+    .make_executable = make_executable,
     .creation_time = creation_time,
     .restart_age = restart_age,
 };

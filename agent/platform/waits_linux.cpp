@@ -24,6 +24,7 @@ static waitable *create_event(bool manual_reset, bool signalled) {
     auto *event = heap_new<waitable>();
     if (event == nullptr) return nullptr;
     event->file = eventfd(signalled ? 1 : 0, EFD_NONBLOCK | EFD_CLOEXEC);
+    event->watched = -1;
     event->consumed = !manual_reset;
     if (event->file >= 0) return event;
     heap_free(event);
@@ -39,6 +40,10 @@ static void reset_event(waitable *event) {
 }
 
 static void close_handle(waitable *object) {
+    if (object->thread != nullptr) {
+        close_thread(object);
+        return;
+    }
     close(object->file);
     heap_free(object);
 }
@@ -61,14 +66,16 @@ static int poll_until(pollfd *files, uint32_t count, int64_t deadline) {
 }
 
 static int32_t wait_for_multiple(uint32_t count, waitable *const *objects, uint32_t milliseconds) {
-    pollfd files[WAIT_PLACES] = {};
-    for (uint32_t i = 0; i < count; i++)
-        files[i] = {.fd = objects[i]->file, .events = POLLIN};
-    int ready = poll_until(files, count, milliseconds_now() + milliseconds);
+    pollfd files[2 * WAIT_PLACES] = {};
+    for (uint32_t i = 0; i < count; i++) {
+        files[2 * i] = {.fd = objects[i]->file, .events = POLLIN};
+        files[2 * i + 1] = {.fd = objects[i]->watched, .events = POLLIN};
+    }
+    int ready = poll_until(files, 2 * count, milliseconds_now() + milliseconds);
     if (ready < 0) return WAIT_OBJECT_FAILED;
     for (uint32_t i = 0; i < count; i++) {
-        if (files[i].revents == 0) continue;
-        if (objects[i]->consumed) drain(files[i].fd);
+        if (files[2 * i].revents == 0 && files[2 * i + 1].revents == 0) continue;
+        if (objects[i]->consumed) drain(objects[i]->file);
         return static_cast<int32_t>(i);
     }
     return WAIT_OBJECT_TIMEOUT;

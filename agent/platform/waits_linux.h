@@ -3,10 +3,17 @@
 
 #include "platform/waits.h"
 
+struct thread_state;
+
 struct waitable {
-    int file;      // readable while the object is signalled
-    bool consumed; // the wait that ends on it takes the signal: an automatic-reset event
+    int file;             // readable while the object is signalled
+    int watched;          // readable as well while it is signalled, or -1
+    bool consumed;        // the wait that ends on it takes the signal: an automatic-reset event
+    thread_state *thread; // absent for an event
 };
 
 // Signals the event of this descriptor. Safe in a signal handler.
 void signal_descriptor(int file);
+
+// Waits for the end of a thread that was resumed, and releases it.
+void close_thread(waitable *object);

@@ -88,9 +88,13 @@ const char *client_authenticate(io **stream, const agent_config *config) {
 const char *connect_to_server(const agent_config *config, io **out) {
     uint16_t port;
     const server_entry *server = config_server(config, server_index, &port);
+    return connect_to_host(server->name, port, out);
+}
+
+const char *connect_to_host(const char *name, uint16_t port, io **out) {
     uint32_t address;
     // An empty list is legal; its current server has no name.
-    if (auto *failure = socket_resolve(server->name != nullptr ? server->name : "", &address)) return failure;
+    if (auto *failure = socket_resolve(name != nullptr ? name : "", &address)) return failure;
     if (auto *failure = socket_io_create(out, address, port, SOCKET_NONBLOCKING)) return failure;
     return *out != nullptr ? nullptr : "socket_create returned no error, but we didn't receive an io";
 }

@@ -27,8 +27,9 @@ extern uint32_t server_changed;           // it may have moved; the main loop te
 [[nodiscard]] const char *setup_connection(const agent_config *config, io **out, int64_t *out_start,
                                            int64_t *out_connected);
 
-// Connects alone.
+// Connects alone: to the current server, or to the one named, whose name may be absent.
 [[nodiscard]] const char *connect_to_server(const agent_config *config, io **out);
+[[nodiscard]] const char *connect_to_host(const char *name, uint16_t port, io **out);
 
 // Goes to the next server of the list behind a failure, where there is more than one.
 void advance_server(const agent_config *config);

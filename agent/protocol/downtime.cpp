@@ -25,7 +25,7 @@ const char *request_downtime(io *stream, int32_t minutes, char *text, size_t siz
     text_guard message(response.message);
     bool granted = response.success == 1;
     agent_log(LOG_DETAIL, "[cmd] Request downtime. Server says %s", granted ? "OK" : "FAILED");
-    if (strlen(message.get()) + WORD_ROOM >= size) return "message too big";
+    if (strlen(message.get()) + WORD_ROOM >= size) return MESSAGE_TOO_BIG;
     snprintf(text, size, "%s %s", granted ? "OK" : "FAILURE", message.get());
     text[size - 1] = '\0';
     return nullptr;

@@ -6,6 +6,8 @@
 
 const places_ops *places_host;
 
+static constexpr const char *SYSTEM_RUN_FOLDER = "/run/tarnix";
+
 static bool is_set(const char *value) {
     return value != nullptr && *value != '\0';
 }
@@ -68,11 +70,13 @@ static void find_run_folder(const unix_user *user, places *out) {
     if (is_set(user->runtime_directory))
         in_first_folder(user->runtime_directory, "", out->run_folder);
     else if (user->is_root)
-        print_place(out->run_folder, "/run/tarnix");
+        print_place(out->run_folder, "%s", SYSTEM_RUN_FOLDER);
     else if (is_set(user->runtime_home))
         print_place(out->run_folder, "%s/tarnix", user->runtime_home);
     else
         print_place(out->run_folder, "/tmp/tarnix-%u", user->user_id);
+    if (!is_set(user->runtime_directory) && !user->is_root)
+        print_place(out->system_run_folder, "%s", SYSTEM_RUN_FOLDER);
 }
 
 void unix_places(const unix_user *user, places *out) {
@@ -83,7 +87,7 @@ void unix_places(const unix_user *user, places *out) {
     find_run_folder(user, out);
 }
 
-static const places *find_places() {
+const places *find_places() {
     static places found;
     places_host->find(&found);
     return &found;

@@ -11,7 +11,8 @@ struct places {
     char variables[PLACE_SIZE];
     char user_variables[PLACE_SIZE]; // in force when a setting was found in the user's hive
     char logfile[PLACE_SIZE];
-    char run_folder[PLACE_SIZE]; // of the command channel; empty for none
+    char run_folder[PLACE_SIZE];        // of the command channel; empty for none
+    char system_run_folder[PLACE_SIZE]; // where an agent of the system would have it; empty for the same
 };
 
 struct places_ops {
@@ -39,6 +40,7 @@ struct unix_user {
 // those of the home folder everybody else's.
 void unix_places(const unix_user *user, places *out);
 
-// Valid until the next call.
+// All of these are valid until the next call.
+const places *find_places();
 const char *default_logfile();
 const char *default_variable_file(bool user_hive);

@@ -3,6 +3,8 @@
 
 #include "core/command_channel.h"
 #include "core/families.h"
+#include "core/local_down.h"
+#include "core/neighbours.h"
 #include "core/options.h"
 #include "core/os_arch.h"
 #include "core/run_loop.h"
@@ -34,6 +36,7 @@ inline constexpr const char *LOGFILE = "/var/log/tarnix/agent.log";
 
 struct start_fixture : testing::Test {
     test_host host;
+    neighbours beside;
     std::string errors; // what went to stderr
 
     start_fixture() {
@@ -67,6 +70,7 @@ struct start_fixture : testing::Test {
         var_reset();
         registry_file_reset();
         options_reset();
+        command_channel_reset();
         run_loop_reset();
         configure_reset();
         checkin_reset();

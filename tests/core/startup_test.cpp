@@ -260,6 +260,7 @@ TEST_F(startup, downtime_without_a_reachable_server_ends_with_status_1) {
 }
 
 TEST_F(startup, shown_downtime_result_decides_the_status) {
+    quiet_flag = 1;
     EXPECT_EQ(show_down_result("OK granted"), 0);
     EXPECT_EQ(show_down_result("FAILURE no"), 1);
     EXPECT_EQ(show_down_result("OK"), 1);
@@ -306,10 +307,12 @@ TEST_F(startup, failed_upgrade_is_told_once) {
 }
 
 TEST_F(startup, wait_of_the_loop_tells_what_ended_it) {
+    static const signals_ops some_signals = {.install = [](const signal_events &) {}, .remove = [] {}};
+    signals_host = &some_signals;
     init_os_arch_specific();
-    host.wait_answers = {1};
+    host.wait_answers = {2};
     wait_for_object(5);
-    EXPECT_TRUE(host.logged(LOG_DETAIL, "[cmd] wait_for_object Got 2"));
+    EXPECT_TRUE(host.logged(LOG_DETAIL, "[cmd] wait_for_object Got 3"));
     wait_for_object(5);
     EXPECT_EQ(host.count_logged("[cmd] wait_for_object"), 1);
     platform_cleanup();

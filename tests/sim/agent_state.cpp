@@ -1,10 +1,10 @@
 #include "sim/agent_state.h"
 
+#include "core/command_channel.h"
 #include "core/families.h"
 #include "core/options.h"
 #include "core/os_arch.h"
 #include "core/run_loop.h"
-#include "core/upgrade.h"
 #include "devtree/fake_checks.h"
 #include "devtree/live_trees.h"
 #include "devtree/retention.h"
@@ -42,7 +42,7 @@ static void forget_settings() {
 void forget_agent_state() {
     // core, whose index points into the trees
     run_loop_reset();
-    upgrade_reset();
+    command_channel_reset();
     options_reset();
     families_reset();
     os_arch_reset();

@@ -33,6 +33,7 @@ static void use_sim() {
     random_host = &sim_random;
     regex_host = &sim_regex;
     sockets_host = &sim_sockets;
+    threads_host = &sim_threads;
     waits_host = &sim_waits;
 
     // settings: files stand for the registry
@@ -46,7 +47,9 @@ static void use_sim() {
     memory_host = &sim_memory;
     perf_counter_host = &sim_counters;
 
-    // the process
+    // the process and its neighbours
+    command_pipe_host = &sim_command_pipe;
+    parent_pipe_host = &sim_parent_pipes;
     signals_host = &sim_signals;
 }
 
@@ -105,20 +108,30 @@ void host_sim::start_agent(const std::vector<std::string> &arguments) {
     if (!home.empty()) put_settings(home + "/.config/tarnix/tnagent.conf", user_settings);
     words = {"tnagent"};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    scheduler.start("agent", true, [this] { live(); });
+    scheduler.start("agent", true, [this] { run_in_agent([this] { live(); }); });
+}
+
+void host_sim::start_thread(std::function<void()> body) {
+    scheduler.start("thread", true, [this, body = std::move(body)] { run_in_agent(body); });
+}
+
+// The end of the process, whoever brings it about, is the end of all its threads.
+void host_sim::run_in_agent(const std::function<void()> &body) {
+    try {
+        body();
+    } catch (const agent_ended &end) {
+        exit_status = end.status;
+        scheduler.mark_killed();
+    }
 }
 
 void host_sim::live() {
     std::vector<char *> argv;
     for (std::string &word : words)
         argv.push_back(word.data());
-    try {
-        log_to_stderr();
-        start_up(static_cast<int>(argv.size()), argv.data());
-        run_loop(0);
-    } catch (const agent_ended &end) {
-        exit_status = end.status;
-    }
+    log_to_stderr();
+    start_up(static_cast<int>(argv.size()), argv.data());
+    run_loop(0);
 }
 
 // What the system does when a process has gone, and what makes the next one find everything as at its start.
@@ -143,22 +156,23 @@ void host_sim::run_for(int64_t seconds) {
 
 void host_sim::signal_checkin() {
     force_signalled();
-    set_sim_event(user_event);
+    set_sim_event(signals.user);
 }
 
 void host_sim::signal_burst() {
     burst_signalled();
-    set_sim_event(user_event);
+    set_sim_event(signals.user);
 }
 
 void host_sim::signal_reopen() {
     reopen_signalled();
-    set_sim_event(user_event);
+    set_sim_event(signals.user);
 }
 
 void host_sim::signal_stop() {
     stop_signalled();
-    set_sim_event(stop_event);
+    set_sim_event(signals.stop);
+    set_sim_event(signals.watch_stop);
 }
 
 bool host_sim::stop_agent() {

@@ -10,8 +10,10 @@
 // runs.
 #pragma once
 
+#include "core/signals.h"
 #include "sim/sim_calls.h"
 #include "sim/sim_disk.h"
+#include "sim/sim_neighbours.h"
 #include "sim/sim_network.h"
 #include "sim/sim_probes.h"
 #include "sim/sim_scheduler.h"
@@ -101,11 +103,17 @@ struct host_sim {
 
     std::map<waitable *, bool> handles; // manual reset or not
     uint32_t last_error = 0;
-    waitable *stop_event = nullptr; // of the signals
-    waitable *user_event = nullptr;
+    signal_events signals = {};
+
+    // The agent's neighbours, and where its program lies.
+    sim_launcher launcher;
+    sim_channel channel;
+    std::string program = "/var/lib/tarnix/program/tnagent";
+    void start_thread(std::function<void()> body);
 
 private:
     void live();
+    void run_in_agent(const std::function<void()> &body);
     void bury_agent();
     std::vector<std::string> words; // of its command line
 };

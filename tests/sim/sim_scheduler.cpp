@@ -122,6 +122,11 @@ bool sim_scheduler::any_of_agent() const {
     return false;
 }
 
+void sim_scheduler::mark_killed() {
+    for (sim_task &task : tasks)
+        if (task.of_agent && !task.ended) task.killed = true;
+}
+
 void sim_scheduler::kill_tasks(bool of_agent_only) {
     for (sim_task &task : tasks)
         if (&task != &tasks.front() && (task.of_agent || !of_agent_only)) task.killed = true;

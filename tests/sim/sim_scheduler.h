@@ -52,6 +52,9 @@ struct sim_scheduler {
     // Somebody's `ready` may change at this moment by itself.
     void wake_at(int64_t moment_ms);
 
+    // All tasks of the agent end at their next wait.
+    void mark_killed();
+
     // Ends all tasks of the agent, or all at all, each at its next wait.
     void kill_tasks(bool of_agent_only);
     bool any_of_agent() const;

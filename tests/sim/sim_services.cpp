@@ -1,6 +1,7 @@
 #include "sim/sim_services.h"
 
 #include "sim/host_sim.h"
+#include "sim/sim_waitable.h"
 
 #include <cstring>
 
@@ -77,16 +78,17 @@ static uint32_t sim_process_id() {
     return 4711;
 }
 
-// ---- waits
+static bool sim_program_path(char *buffer, size_t size) {
+    if (sim_fails("GetModuleFileNameA")) return false;
+    snprintf(buffer, size, "%s", the_sim->program.c_str());
+    return true;
+}
 
-struct waitable {
-    bool manual_reset;
-    bool signalled;
-};
+// ---- waits
 
 static waitable *sim_create_event(bool manual_reset, bool signalled) {
     if (sim_fails("CreateEventA")) return nullptr;
-    auto *event = new waitable{manual_reset, signalled};
+    auto *event = new waitable{.manual_reset = manual_reset, .signalled = signalled};
     the_sim->handles[event] = true;
     return event;
 }
@@ -121,13 +123,12 @@ static int32_t sim_wait(uint32_t count, waitable *const *objects, uint32_t milli
 
 // ---- signals
 
-static void sim_install_signals(waitable *stop, waitable *user) {
-    the_sim->stop_event = stop;
-    the_sim->user_event = user;
+static void sim_install_signals(const signal_events &events) {
+    the_sim->signals = events;
 }
 
 static void sim_remove_signals() {
-    the_sim->stop_event = the_sim->user_event = nullptr;
+    the_sim->signals = {};
 }
 
 // ---- regular expressions: the host's engine, which may refuse
@@ -174,6 +175,7 @@ void sim_services_bury() {
     for (const auto &[event, known] : the_sim->handles)
         delete event;
     the_sim->handles.clear();
+    if (the_sim->channel.pipe != nullptr) sim_command_pipe.CloseHandle(the_sim->channel.pipe);
     sim_remove_signals();
 }
 
@@ -184,7 +186,10 @@ const heap_ops sim_heap = {.allocate = sim_allocate, .release = sim_release};
 const event_ops sim_events = {.RegisterEventSourceA = sim_register_source,
                               .ReportEventA = sim_report,
                               .DeregisterEventSource = sim_deregister_source};
-const process_ops sim_process = {.exit = sim_exit, .GetCurrentProcessId = sim_process_id};
+const process_ops sim_process = {.exit = sim_exit,
+                                 .GetCurrentProcessId = sim_process_id,
+                                 .GetModuleFileNameA = sim_program_path,
+                                 .program_suffix = ""};
 const waits_ops sim_waits = {.CreateEventA = sim_create_event,
                              .SetEvent = set_sim_event,
                              .ResetEvent = sim_reset_event,

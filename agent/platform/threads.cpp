@@ -1,0 +1,3 @@
+#include "platform/threads.h"
+
+const threads_ops *threads_host;
