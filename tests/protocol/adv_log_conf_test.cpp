@@ -112,6 +112,7 @@ TEST_F(adv_log_reader, tells_a_clause_that_does_not_parse) {
               "Unexpected parse error in read_devnode");
     EXPECT_TRUE(host.logged(LOG_ERROR, "Parse error: line 0 column 9: Unterminated character string"));
     EXPECT_TRUE(host.logged(LOG_ERROR, "Input was: \"'unended\""));
+    EXPECT_EQ(host.told().back(), "Input was: \"'unended\"");
 }
 
 TEST_F(adv_log_reader, wants_a_sound_list_of_rules) {

@@ -120,6 +120,20 @@ TEST_F(configure_request, tells_devices_and_descriptions_with_a_scan) {
         EXPECT_TRUE(host.logged(LOG_DETAIL, text)) << text;
 }
 
+TEST_F(configure_request, tells_what_it_does_in_order) {
+    EXPECT_EQ(exchange(wire_record("7F 21", wire_bool(true)) + reply(), true), "(none)");
+    const std::vector<std::string> lines = {
+        "HWScan. Server returned NACK",
+        "Registering buildno 5153",
+        "Commencing hardware scan",
+        "Hardware scan complete",
+        "Agent has devices to monitor",
+        "Server sent no LogCheck group",
+        "Instructed by server to perform 0 checks",
+    };
+    EXPECT_EQ(host.told(), lines);
+}
+
 TEST_F(configure_request, ends_the_agent_when_the_scan_finds_nothing) {
     found_group = nullptr;
     expect_fatal([&] { exchange(NO_NACK + reply(), true); },
@@ -222,6 +236,11 @@ TEST_F(configure_response, sets_the_period) {
 TEST_F(configure_response, may_be_a_refusal) {
     EXPECT_EQ(exchange(wire_record("63", wire_text("unknown node %d"))), "unknown node %d");
     EXPECT_EQ(exchange(wire_record("63", "")), "negotiate_nack.reason: Wrong tag, expected BE_STRING");
+}
+
+TEST_F(configure_response, may_be_a_refusal_in_1024_characters) {
+    const std::string reason(1024, 'r');
+    EXPECT_EQ(exchange(wire_record("63", wire_text(reason))), reason);
 }
 
 TEST_F(configure_response, is_no_other_message) {

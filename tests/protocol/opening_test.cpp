@@ -290,6 +290,10 @@ TEST_F(connection_setup, tells_when_it_began_and_when_it_was_connected) {
     sockets.on_connect = [&](scripted_connection &connection) {
         host.now += 3;
         answer(connection);
+        connection.starved = [&, step = connection.starved] { // the opening takes its time too
+            host.now += 5;
+            step();
+        };
     };
     int64_t start = 0, connected = 0;
     io *stream = nullptr;
