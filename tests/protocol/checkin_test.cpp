@@ -359,6 +359,23 @@ TEST_F(checkin_success_line, tells_the_seconds_of_each_stage) {
     EXPECT_EQ(host.count_logged("Checkin success, conn: 1s, setup: 2s, data: 0s, ack: 4s, finish: 8s"), 1);
 }
 
+TEST_F(checkin_success_line, ends_what_is_told_in_order) {
+    reply = answer(false, true, true);
+    configuration = tree_reply("");
+    EXPECT_EQ(check_in(), "(none)");
+    const std::vector<std::string> lines = {
+        "Time offset is 0",
+        "Checking in 0 results",
+        "Checkin was not acknowledged by server.",
+        "Registering buildno 5153",
+        "Server sent no LogCheck group",
+        "Instructed by server to perform 0 checks",
+        "Server has upgrade, but i am not allowed to download it",
+        "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 0s, finish: 0s",
+    };
+    EXPECT_EQ(host.told(), lines);
+}
+
 TEST_F(checkin_success_line, is_normal_from_half_of_the_period_on) {
     EXPECT_EQ(level_of(60, 29), LOG_DETAIL);
     EXPECT_EQ(level_of(60, 30), LOG_NORMAL);

@@ -298,6 +298,15 @@ TEST_F(node_identity, is_replaced_when_it_differs_in_a_letter) {
     EXPECT_EQ(variable("host_id"), "Agent 7");
 }
 
+TEST_F(node_identity, is_not_written_at_once_when_it_changes) {
+    set_variable("host_id", "agent 7");
+    EXPECT_SUCCESS(var_flush(1));
+    config->host_id = text_copy("agent 7");
+    EXPECT_EQ(exchange(reply("", "", "agent 8")), "(none)");
+    EXPECT_EQ(variable("host_id"), "agent 8");
+    EXPECT_EQ(stored_variables(), "host_id\tagent 7\n");
+}
+
 TEST_F(node_identity, may_be_empty) {
     config->host_id = text_copy("agent 7");
     EXPECT_EQ(exchange(reply("", "", "")), "(none)");
