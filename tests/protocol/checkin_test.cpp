@@ -3,6 +3,7 @@
 #include "devtree/check_table.h"
 #include "devtree/live_trees.h"
 #include "platform/agent_log.h"
+#include "platform/clock.h"
 #include "platform/text.h"
 #include "protocol/agent_side.h"
 #include "protocol/authentication.h"
@@ -357,6 +358,18 @@ TEST_F(checkin_success_line, tells_the_seconds_of_each_stage) {
     configuration = tree_reply("");
     EXPECT_EQ(check_in(), "(none)");
     EXPECT_EQ(host.count_logged("Checkin success, conn: 1s, setup: 2s, data: 0s, ack: 4s, finish: 8s"), 1);
+}
+
+TEST_F(checkin_success_line, leaves_the_flush_of_the_variables_out) {
+    set_variable("position", "5");
+    clock_ops slow = *clock_host; // writing the file takes 100 seconds
+    slow.time = [] { return the_host->now + (the_host->has_file("/var/agent/variables") ? 100 : 0); };
+    clock_host = &slow;
+    EXPECT_FALSE(host.has_file("/var/agent/variables"));
+    EXPECT_EQ(check_in(), "(none)");
+    EXPECT_TRUE(host.has_file("/var/agent/variables"));
+    EXPECT_TRUE(
+        host.logged(LOG_DETAIL, "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 0s, finish: 0s"));
 }
 
 TEST_F(checkin_success_line, ends_what_is_told_in_order) {
