@@ -12,6 +12,7 @@
 #include "protocol/time_sync.h"
 
 #include <map>
+#include <utility>
 
 static agent_config *downloaded;
 
@@ -363,11 +364,13 @@ TEST_F(checkin_success_line, tells_the_seconds_of_each_stage) {
 TEST_F(checkin_success_line, leaves_the_flush_of_the_variables_out) {
     set_variable("position", "5");
     clock_ops slow = *clock_host; // writing the file takes 100 seconds
-    slow.time = [] { return the_host->now + (the_host->has_file("/var/agent/variables") ? 100 : 0); };
-    clock_host = &slow;
-    EXPECT_FALSE(host.has_file("/var/agent/variables"));
+    slow.time = [] {
+        return the_host->now + (the_host->read_file("/var/agent/variables").empty() ? 0 : 100);
+    };
+    const clock_ops *kept = std::exchange(clock_host, &slow);
     EXPECT_EQ(check_in(), "(none)");
-    EXPECT_TRUE(host.has_file("/var/agent/variables"));
+    clock_host = kept;
+    EXPECT_NE(stored_variables(), "");
     EXPECT_TRUE(
         host.logged(LOG_DETAIL, "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 0s, finish: 0s"));
 }
