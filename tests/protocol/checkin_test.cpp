@@ -384,6 +384,9 @@ TEST_F(checkin_success_line, ends_what_is_told_in_order) {
         "Checking in 0 results",
         "Checkin was not acknowledged by server.",
         "Registering buildno 5153",
+        "host_id: 5", // the store tells what it writes
+        "hallmark: 32",
+        "hostkey: 1",
         "Server sent no LogCheck group",
         "Instructed by server to perform 0 checks",
         "Server has upgrade, but i am not allowed to download it",

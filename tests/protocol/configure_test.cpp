@@ -126,8 +126,10 @@ TEST_F(configure_request, tells_what_it_does_in_order) {
         "HWScan. Server returned NACK",
         "Registering buildno 5153",
         "Commencing hardware scan",
+        "Scanning fs",
         "Hardware scan complete",
         "Agent has devices to monitor",
+        "host_id: 5", // the store tells what it writes
         "Server sent no LogCheck group",
         "Instructed by server to perform 0 checks",
     };
