@@ -210,6 +210,9 @@ TEST_F(scan_notice, leaves_another_answer_where_it_is) {
     EXPECT_EQ(exchange(answer, true), "(none)");
     EXPECT_TRUE(host.logged(LOG_WARNING, "Got unexpected tag 19 from server"));
     EXPECT_EQ(left, "");
+    // The notice stays in use.
+    exchange(NO_NACK + reply(), true);
+    EXPECT_TRUE(wire_words(sent).starts_with("7F 20{}"));
 }
 
 TEST_F(scan_notice, fails_with_an_answer_that_is_not_sound) {

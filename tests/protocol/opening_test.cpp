@@ -145,6 +145,7 @@ TEST_F(server_offers_exchange, refuses_another_major) {
                   "Tarnix Server does not support our protocol version. Upgrade the Tarnix Server, or "
                   "downgrade the Tarnix Agent.");
         EXPECT_EQ(server_protocol_version, 514);
+        EXPECT_EQ(wire_words(sockets.last().sent), opening.wants); // and no negotiate_ack
     }
 }
 
@@ -173,6 +174,7 @@ TEST_F(state_of_secrets, refuses_a_server_that_lost_the_master_key) {
             opening.says_master_key = 0;
             opening.says_hallmark = says_hallmark;
             EXPECT_EQ(open(), NO_KEY_ON_SERVER);
+            EXPECT_EQ(wire_words(sockets.last().sent), opening.wants);
             EXPECT_EQ(variable("hostkey"), "8");
         }
     }
