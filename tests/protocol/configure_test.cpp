@@ -183,6 +183,13 @@ TEST_F(scan_notice, is_answered) {
     EXPECT_EQ(host.count_logged("HWScan"), 0);
 }
 
+TEST_F(scan_notice, is_sent_with_every_scan) {
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(exchange(NO_NACK + reply("", wire_group("g", "")), true), "(none)");
+        EXPECT_TRUE(wire_words(sent).starts_with("7F 20{} " + std::string(BUILD)));
+    }
+}
+
 TEST_F(scan_notice, does_not_stop_the_scan_when_refused) {
     EXPECT_EQ(exchange(wire_record("7F 21", wire_bool(true)) + reply(), true), "(none)");
     EXPECT_TRUE(host.logged(LOG_WARNING, "HWScan. Server returned NACK"));
