@@ -401,6 +401,16 @@ TEST_F(checkin_success_line, is_normal_from_half_of_the_period_on) {
     EXPECT_EQ(level_of(60, 40), LOG_NORMAL);
 }
 
+TEST_F(checkin_success_line, counts_the_connecting_as_well) {
+    auto connect = sockets.on_connect;
+    sockets.on_connect = [&](scripted_connection &connection) {
+        host.now += 1;
+        connect(connection);
+    };
+    EXPECT_EQ(level_of(60, 28), LOG_DETAIL);
+    EXPECT_EQ(level_of(60, 29), LOG_NORMAL);
+}
+
 TEST_F(checkin_success_line, takes_60_seconds_for_an_unset_period) {
     EXPECT_EQ(level_of(-1, 29), LOG_DETAIL);
     EXPECT_EQ(level_of(-1, 30), LOG_NORMAL);
