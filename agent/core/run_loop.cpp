@@ -19,7 +19,7 @@
 #include "probes/os/host_info.h"
 #include "protocol/authentication.h"
 #include "protocol/checkin.h"
-#include "protocol/configure.h"
+#include "protocol/registration.h"
 #include "settings/settings.h"
 #include "state/log_rotation.h"
 #include "state/variables.h"

@@ -1,3 +1,5 @@
+// The small generator behind `tn_rand`; what is fit for keys comes from the host.
+
 #include "platform/clock.h"
 
 const random_ops *random_host;

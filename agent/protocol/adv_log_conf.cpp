@@ -3,9 +3,9 @@
 #include "logcheck/clause.h"
 #include "platform/agent_log.h"
 #include "platform/regex.h"
+#include "protocol/ber.h"
 #include "protocol/list_bounds.h"
 #include "protocol/lists.h"
-#include "protocol/tags.h"
 
 static const char *compile_separator(const char *pattern, tn_regex *out) {
     static char words[80];

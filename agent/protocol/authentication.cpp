@@ -4,7 +4,6 @@
 #include "platform/clock.h"
 #include "platform/errors.h"
 #include "platform/sockets.h"
-#include "platform/text.h"
 #include "protocol/hallmark.h"
 #include "protocol/records.h"
 #include "protocol/socket_io.h"

@@ -5,14 +5,12 @@
 #include "platform/agent_log.h"
 #include "platform/clock.h"
 #include "protocol/authentication.h"
+#include "protocol/ber.h"
 #include "protocol/configure.h"
 #include "protocol/lists.h"
 #include "protocol/records.h"
-#include "protocol/tags.h"
 #include "protocol/time_sync.h"
 #include "state/variables.h"
-
-#include <cstdlib>
 
 namespace {
 

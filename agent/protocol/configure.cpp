@@ -13,6 +13,7 @@
 #include "protocol/descriptions.h"
 #include "protocol/lists.h"
 #include "protocol/records.h"
+#include "protocol/refusal.h"
 #include "protocol/tags.h"
 #include "state/variables.h"
 
@@ -97,12 +98,7 @@ static const char *open_response(io *stream, configure_resp *out) {
         agent_log(LOG_WARNING, "Error reading Configure response");
         return failure;
     }
-    if (tag == TAG_NEGOTIATE_NACK) {
-        negotiate_nack nack;
-        if (auto *failure = read_negotiate_nack(stream, &nack, tag)) return failure;
-        text_guard reason(nack.reason);
-        return format_error("%s", reason.get());
-    }
+    if (tag == TAG_NEGOTIATE_NACK) return read_refusal(stream, tag);
     if (tag != TAG_CONFIGURE_RESP)
         return format_error("Got unexpected tag %d from server", static_cast<int>(tag));
     return read_configure_resp_incomplete(stream, out, tag);

@@ -1,5 +1,5 @@
 // The configure exchange: the agent tells which build it is and what it can monitor, the server answers with
-// what to monitor and where to go. And the registration that begins a life.
+// what to monitor and where to go.
 #pragma once
 
 #include "devtree/devtree.h"
@@ -8,12 +8,6 @@
 
 // Runs on an authenticated stream, which the caller closes. With `scan` the agent shows its devices.
 [[nodiscard]] const char *configure_exchange(io *stream, agent_config *config, bool scan);
-
-// The opening and the configure exchange, as at program start.
-[[nodiscard]] const char *server_register(agent_config *config);
-
-// server_register, with the next server of the list behind a failure.
-[[nodiscard]] const char *register_with_server(agent_config *config);
 
 // Resolves the destinations of log rules, called when the server has sent both groups. Harmless while unset.
 extern void (*log_rule_resolve_hook)(devtree *log_group, devtree *forward_group);

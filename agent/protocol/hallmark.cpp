@@ -4,11 +4,10 @@
 #include "crypto/dh.h"
 #include "crypto/md5.h"
 #include "crypto/random_fill.h"
-#include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/sockets.h"
-#include "platform/text.h"
 #include "protocol/records.h"
+#include "protocol/refusal.h"
 #include "protocol/tags.h"
 #include "state/variables.h"
 
@@ -58,12 +57,7 @@ static void md5_update_text(md5_state *state, const char *text) {
 static const char *read_group(io *stream, key_group *out) {
     uint32_t tag;
     if (auto *failure = read_tag(stream, &tag)) return failure;
-    if (tag == TAG_NEGOTIATE_NACK) {
-        negotiate_nack nack;
-        if (auto *failure = read_negotiate_nack(stream, &nack, tag)) return failure;
-        text_guard reason(nack.reason);
-        return format_error("%s", reason.get());
-    }
+    if (tag == TAG_NEGOTIATE_NACK) return read_refusal(stream, tag);
     if (tag != TAG_DIFFIE_HELLMANN_PARAMETERS)
         return format_error("Wrong tag (%d) encountered, expected diffie_hellmann_parameters",
                             static_cast<int>(tag));

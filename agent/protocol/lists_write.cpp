@@ -2,9 +2,9 @@
 
 #include "platform/agent_log.h"
 #include "platform/text.h"
+#include "protocol/ber.h"
 #include "protocol/descriptions.h"
 #include "protocol/lists.h"
-#include "protocol/tags.h"
 
 #include <cstring>
 

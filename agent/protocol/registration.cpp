@@ -1,4 +1,4 @@
-// The registration that begins a life.
+#include "protocol/registration.h"
 
 #include "platform/agent_log.h"
 #include "platform/sockets.h"

@@ -1,9 +1,9 @@
 // Results on the wire, and their removal once the server has them.
 
 #include "platform/agent_log.h"
+#include "protocol/ber.h"
 #include "protocol/checkin.h"
 #include "protocol/records.h"
-#include "protocol/tags.h"
 #include "protocol/time_sync.h"
 
 static constexpr uint32_t LOG_TEXT_LIMIT = 65536;

@@ -374,6 +374,13 @@ int test_host::count_logged(const std::string &part) const {
     return count;
 }
 
+std::vector<std::string> test_host::told() const {
+    std::vector<std::string> texts;
+    for (const logged_line &line : log)
+        texts.push_back(line.text);
+    return texts;
+}
+
 void test_host::write_file(const std::string &path, const std::string &content) {
     for (std::string folder = parent_of(path); folder.size() > 1; folder = parent_of(folder))
         disk[folder] = files.try_emplace(folder, new_file()).first->second;

@@ -53,6 +53,8 @@ struct test_host {
     bool logged(int32_t level, const std::string &text) const;
     // All lines of the log that hold `part`.
     int count_logged(const std::string &part) const;
+    // The texts of all lines, in their order.
+    std::vector<std::string> told() const;
 
     // Errors: the code that last_error() gives; its words are "system error N" unless given here.
     uint32_t last_error = 0;

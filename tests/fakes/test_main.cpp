@@ -1,3 +1,5 @@
+// The start of a test program: it runs its tests and writes down the texts that they have seen.
+
 #include "fakes/notes.h"
 
 #include <gtest/gtest.h>

@@ -60,6 +60,15 @@ TEST_F(adv_log_reader, takes_separator_and_inclusion) {
     EXPECT_EQ(left, "");
 }
 
+TEST_F(adv_log_reader, takes_any_inclusion_as_it_is) {
+    for (uint32_t inclusion : {0U, 1U, 2U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(
+            read(wire_record("A4", wire_text("x") + wire_enumerated(inclusion) + wire_list("") + SILENCES)),
+            "(none)");
+        EXPECT_EQ(device->lognode->separatorInclusion, inclusion);
+    }
+}
+
 TEST_F(adv_log_reader, compiles_no_empty_separator) {
     EXPECT_EQ(read(wire_adv_log("", "", SILENCES)), "(none)");
     EXPECT_TRUE(compiled.empty());
@@ -112,6 +121,7 @@ TEST_F(adv_log_reader, tells_a_clause_that_does_not_parse) {
               "Unexpected parse error in read_devnode");
     EXPECT_TRUE(host.logged(LOG_ERROR, "Parse error: line 0 column 9: Unterminated character string"));
     EXPECT_TRUE(host.logged(LOG_ERROR, "Input was: \"'unended\""));
+    EXPECT_EQ(host.told().back(), "Input was: \"'unended\"");
 }
 
 TEST_F(adv_log_reader, wants_a_sound_list_of_rules) {

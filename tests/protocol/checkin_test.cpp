@@ -3,6 +3,7 @@
 #include "devtree/check_table.h"
 #include "devtree/live_trees.h"
 #include "platform/agent_log.h"
+#include "platform/clock.h"
 #include "platform/text.h"
 #include "protocol/agent_side.h"
 #include "protocol/authentication.h"
@@ -11,6 +12,7 @@
 #include "protocol/time_sync.h"
 
 #include <map>
+#include <utility>
 
 static agent_config *downloaded;
 
@@ -359,10 +361,54 @@ TEST_F(checkin_success_line, tells_the_seconds_of_each_stage) {
     EXPECT_EQ(host.count_logged("Checkin success, conn: 1s, setup: 2s, data: 0s, ack: 4s, finish: 8s"), 1);
 }
 
+TEST_F(checkin_success_line, leaves_the_flush_of_the_variables_out) {
+    set_variable("position", "5");
+    clock_ops slow = *clock_host; // writing the file takes 100 seconds
+    slow.time = [] {
+        return the_host->now + (the_host->read_file("/var/agent/variables").empty() ? 0 : 100);
+    };
+    const clock_ops *kept = std::exchange(clock_host, &slow);
+    EXPECT_EQ(check_in(), "(none)");
+    clock_host = kept;
+    EXPECT_NE(stored_variables(), "");
+    EXPECT_TRUE(
+        host.logged(LOG_DETAIL, "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 0s, finish: 0s"));
+}
+
+TEST_F(checkin_success_line, ends_what_is_told_in_order) {
+    reply = answer(false, true, true);
+    configuration = tree_reply("");
+    EXPECT_EQ(check_in(), "(none)");
+    const std::vector<std::string> lines = {
+        "Time offset is 0",
+        "Checking in 0 results",
+        "Checkin was not acknowledged by server.",
+        "Registering buildno 5153",
+        "host_id: 5", // the store tells what it writes
+        "hallmark: 32",
+        "hostkey: 1",
+        "Server sent no LogCheck group",
+        "Instructed by server to perform 0 checks",
+        "Server has upgrade, but i am not allowed to download it",
+        "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 0s, finish: 0s",
+    };
+    EXPECT_EQ(host.told(), lines);
+}
+
 TEST_F(checkin_success_line, is_normal_from_half_of_the_period_on) {
     EXPECT_EQ(level_of(60, 29), LOG_DETAIL);
     EXPECT_EQ(level_of(60, 30), LOG_NORMAL);
     EXPECT_EQ(level_of(60, 40), LOG_NORMAL);
+}
+
+TEST_F(checkin_success_line, counts_the_connecting_as_well) {
+    auto connect = sockets.on_connect;
+    sockets.on_connect = [&](scripted_connection &connection) {
+        host.now += 1;
+        connect(connection);
+    };
+    EXPECT_EQ(level_of(60, 28), LOG_DETAIL);
+    EXPECT_EQ(level_of(60, 29), LOG_NORMAL);
 }
 
 TEST_F(checkin_success_line, takes_60_seconds_for_an_unset_period) {

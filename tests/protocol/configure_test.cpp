@@ -120,6 +120,22 @@ TEST_F(configure_request, tells_devices_and_descriptions_with_a_scan) {
         EXPECT_TRUE(host.logged(LOG_DETAIL, text)) << text;
 }
 
+TEST_F(configure_request, tells_what_it_does_in_order) {
+    EXPECT_EQ(exchange(wire_record("7F 21", wire_bool(true)) + reply(), true), "(none)");
+    const std::vector<std::string> lines = {
+        "HWScan. Server returned NACK",
+        "Registering buildno 5153",
+        "Commencing hardware scan",
+        "Scanning fs",
+        "Hardware scan complete",
+        "Agent has devices to monitor",
+        "host_id: 5", // the store tells what it writes
+        "Server sent no LogCheck group",
+        "Instructed by server to perform 0 checks",
+    };
+    EXPECT_EQ(host.told(), lines);
+}
+
 TEST_F(configure_request, ends_the_agent_when_the_scan_finds_nothing) {
     found_group = nullptr;
     expect_fatal([&] { exchange(NO_NACK + reply(), true); },
@@ -167,6 +183,13 @@ TEST_F(scan_notice, is_answered) {
     EXPECT_EQ(host.count_logged("HWScan"), 0);
 }
 
+TEST_F(scan_notice, is_sent_with_every_scan) {
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(exchange(NO_NACK + reply("", wire_group("g", "")), true), "(none)");
+        EXPECT_TRUE(wire_words(sent).starts_with("7F 20{} " + std::string(BUILD)));
+    }
+}
+
 TEST_F(scan_notice, does_not_stop_the_scan_when_refused) {
     EXPECT_EQ(exchange(wire_record("7F 21", wire_bool(true)) + reply(), true), "(none)");
     EXPECT_TRUE(host.logged(LOG_WARNING, "HWScan. Server returned NACK"));
@@ -194,6 +217,9 @@ TEST_F(scan_notice, leaves_another_answer_where_it_is) {
     EXPECT_EQ(exchange(answer, true), "(none)");
     EXPECT_TRUE(host.logged(LOG_WARNING, "Got unexpected tag 19 from server"));
     EXPECT_EQ(left, "");
+    // The notice stays in use.
+    exchange(NO_NACK + reply(), true);
+    EXPECT_TRUE(wire_words(sent).starts_with("7F 20{}"));
 }
 
 TEST_F(scan_notice, fails_with_an_answer_that_is_not_sound) {
@@ -222,6 +248,11 @@ TEST_F(configure_response, sets_the_period) {
 TEST_F(configure_response, may_be_a_refusal) {
     EXPECT_EQ(exchange(wire_record("63", wire_text("unknown node %d"))), "unknown node %d");
     EXPECT_EQ(exchange(wire_record("63", "")), "negotiate_nack.reason: Wrong tag, expected BE_STRING");
+}
+
+TEST_F(configure_response, may_be_a_refusal_in_1024_characters) {
+    const std::string reason(1024, 'r');
+    EXPECT_EQ(exchange(wire_record("63", wire_text(reason))), reason);
 }
 
 TEST_F(configure_response, is_no_other_message) {
@@ -277,6 +308,15 @@ TEST_F(node_identity, is_replaced_when_it_differs_in_a_letter) {
     EXPECT_EQ(exchange(reply("", "", "Agent 7")), "(none)");
     EXPECT_STREQ(config->host_id, "Agent 7");
     EXPECT_EQ(variable("host_id"), "Agent 7");
+}
+
+TEST_F(node_identity, is_not_written_at_once_when_it_changes) {
+    set_variable("host_id", "agent 7");
+    EXPECT_SUCCESS(var_flush(1));
+    config->host_id = text_copy("agent 7");
+    EXPECT_EQ(exchange(reply("", "", "agent 8")), "(none)");
+    EXPECT_EQ(variable("host_id"), "agent 8");
+    EXPECT_EQ(stored_variables(), "host_id\tagent 7\n");
 }
 
 TEST_F(node_identity, may_be_empty) {

@@ -4,7 +4,7 @@
 #include "platform/agent_log.h"
 #include "platform/text.h"
 #include "protocol/agent_side.h"
-#include "protocol/configure.h"
+#include "protocol/registration.h"
 #include "protocol/time_sync.h"
 
 // A whole first meeting, recorded: an agent that knows nothing registers with a server that knows nothing.

@@ -234,6 +234,15 @@ TEST_F(check_reader, refuses_a_kind_of_definite_length) {
     EXPECT_EQ(read_kind(bytes("A4 00")), "Definite length read in read_adv_log_conf_incomplete");
 }
 
+TEST_F(check_reader, tells_a_kind_only_when_its_record_has_ended) {
+    for (std::string kind : {wire_continuous(WIRE_NO_THRESHOLDS), wire_real_continuous(WIRE_NO_THRESHOLDS),
+                             wire_bitmap(""), wire_log()}) {
+        kind.back() = '\x01';
+        EXPECT_EQ(read_kind(kind), "List not terminated correctly in skip_to_eol");
+    }
+    EXPECT_EQ(host.count_logged("Configured"), 0);
+}
+
 TEST_F(check_reader, fails_wherever_the_stream_ends) {
     for (const std::string &kind :
          {wire_continuous(wire_integer(4) + wire_null() + wire_integer(3) + wire_null()),
@@ -263,7 +272,9 @@ TEST_F(bitmap_reader, sets_the_bit_of_each_place) {
 }
 
 TEST_F(bitmap_reader, clears_both_masks) {
-    EXPECT_EQ(read_kind(wire_bitmap("")), "(none)");
+    device.reset(alloc_devnode());
+    device->limits.bitmap = {.warn_mask = 7, .alert_mask = 9};
+    EXPECT_SUCCESS(read_devnode(memory_io(wire_check(60, "x", wire_bitmap(""))), device.get(), 0));
     EXPECT_EQ(device->limits.bitmap.warn_mask, 0U);
     EXPECT_EQ(device->limits.bitmap.alert_mask, 0U);
 }
@@ -350,6 +361,7 @@ TEST_F(conf_id_reader, wants_a_text_or_a_sound_end) {
     EXPECT_EQ(read_check(head + bytes("00 85")), BAD_LENGTH);
     EXPECT_EQ(read_check(head + wire_text("id") + bytes("00 01")),
               "List not terminated correctly in skip_to_eol");
+    EXPECT_EQ(host.told().back(), "Got ID: id"); // ahead of what follows it
 }
 
 // The checks of a group.

@@ -145,6 +145,7 @@ TEST_F(server_offers_exchange, refuses_another_major) {
                   "Tarnix Server does not support our protocol version. Upgrade the Tarnix Server, or "
                   "downgrade the Tarnix Agent.");
         EXPECT_EQ(server_protocol_version, 514);
+        EXPECT_EQ(wire_words(sockets.last().sent), opening.wants); // and no negotiate_ack
     }
 }
 
@@ -173,6 +174,7 @@ TEST_F(state_of_secrets, refuses_a_server_that_lost_the_master_key) {
             opening.says_master_key = 0;
             opening.says_hallmark = says_hallmark;
             EXPECT_EQ(open(), NO_KEY_ON_SERVER);
+            EXPECT_EQ(wire_words(sockets.last().sent), opening.wants);
             EXPECT_EQ(variable("hostkey"), "8");
         }
     }
@@ -290,6 +292,10 @@ TEST_F(connection_setup, tells_when_it_began_and_when_it_was_connected) {
     sockets.on_connect = [&](scripted_connection &connection) {
         host.now += 3;
         answer(connection);
+        connection.starved = [&, step = connection.starved] { // the opening takes its time too
+            host.now += 5;
+            step();
+        };
     };
     int64_t start = 0, connected = 0;
     io *stream = nullptr;

@@ -1,9 +1,10 @@
+#include "protocol/registration.h"
+
 #include "devtree/live_trees.h"
 #include "platform/agent_log.h"
 #include "platform/text.h"
 #include "protocol/agent_side.h"
 #include "protocol/authentication.h"
-#include "protocol/configure.h"
 #include "protocol/server_tree.h"
 #include "protocol/time_sync.h"
 
@@ -48,6 +49,29 @@ TEST_F(registration, tells_what_it_does) {
                              "Will register with server", "Authentication and registration ok"})
         EXPECT_TRUE(host.logged(LOG_DETAIL, text)) << text;
     EXPECT_EQ(host.count_logged("time synchronization"), 0);
+}
+
+TEST_F(registration, tells_it_in_order) {
+    text_replace(&config->name, nullptr);
+    EXPECT_EQ(reg(), "(none)");
+    const std::vector<std::string> lines = {
+        "Talking to server: server:3241",
+        "Using local ip address: 10.0.2.4",
+        "Will authenticate",
+        "hostkey: 1", // the store tells what it writes
+        "hallmark: 32",
+        "hostkey: 1",
+        "Will register with server",
+        "Registering buildno 5153",
+        "host_id: 5",
+        "hallmark: 32",
+        "hostkey: 1",
+        "Server sent no LogCheck group",
+        "Instructed by server to perform 0 checks",
+        "Authentication and registration ok",
+        "Time offset is 0",
+    };
+    EXPECT_EQ(host.told(), lines);
 }
 
 TEST_F(registration, succeeds_without_the_time) {

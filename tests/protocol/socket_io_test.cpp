@@ -134,6 +134,16 @@ TEST_F(socket_stream, stays_dirty_behind_a_read_that_fails) {
     EXPECT_EQ(flushes, 2);
 }
 
+TEST_F(socket_stream, stays_clean_behind_a_send_that_fails) {
+    sockets.send_fails = true;
+    EXPECT_NE(noted_failure(stream->write(stream, "x", 1)), "(none)");
+    flushes = 0;
+    stream->flush = counted_flush;
+    connection->to_receive = "a";
+    EXPECT_EQ(read(1), "a");
+    EXPECT_EQ(flushes, 0);
+}
+
 TEST_F(socket_stream, is_clean_behind_a_flush) {
     connection->to_receive = "a";
     EXPECT_SUCCESS(stream->write(stream, "x", 1));

@@ -1,6 +1,6 @@
-#include "sim/scenario.h"
-
 // What the simulation itself promises.
+
+#include "sim/scenario.h"
 
 // All that happened in a run of one agent with two servers, on a jittery network that chops what it carries.
 static std::vector<std::string> trace_of(uint64_t seed) {

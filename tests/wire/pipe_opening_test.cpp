@@ -1,3 +1,5 @@
+// The agent's exchanges over a pipe in memory, without a whole agent and without sockets.
+
 #include "fakes/test_host.h"
 #include "protocol/authentication.h"
 #include "protocol/configure.h"
@@ -8,8 +10,6 @@
 #include "wire/scripted_server.h"
 
 #include <gtest/gtest.h>
-
-// The agent's exchanges over a pipe in memory, without a whole agent and without sockets.
 
 namespace {
 

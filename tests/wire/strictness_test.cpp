@@ -1,9 +1,9 @@
+// What the scripted server takes from an agent, and what it calls a violation.
+
 #include "wire/memory_pipe.h"
 #include "wire/scripted_server.h"
 
 #include <gtest/gtest.h>
-
-// What the scripted server takes from an agent, and what it calls a violation.
 
 namespace {
 

@@ -1,3 +1,5 @@
+// What the server says, built.
+
 #include "wire/wire_messages.h"
 
 #include <cmath>

@@ -1,3 +1,5 @@
+// What the agent sends, read.
+
 #include "wire/wire_messages.h"
 
 namespace wire {
