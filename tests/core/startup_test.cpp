@@ -279,6 +279,26 @@ TEST_F(startup, platform_half_is_set_up_and_taken_back) {
     EXPECT_EQ(host.count_logged("failed"), 0);
 }
 
+TEST_F(startup, stop_ends_every_sleep_and_a_signal_of_the_user_that_of_the_loop_alone) {
+    init_os_arch_specific();
+    waitable *other = reinterpret_cast<waitable *>(&host);
+    uint32_t wakeup_place = 0;
+    add_wakeup_event(other, &wakeup_place);
+    EXPECT_EQ(wakeup_place, 2U);
+    EXPECT_EQ(add_wait_event(other), 3U);
+    del_wakeup_event(other);
+    del_wait_event(other);
+    platform_cleanup();
+}
+
+TEST_F(startup, fatal_end_takes_the_platform_half_back) {
+    write_settings();
+    start();
+    init_os_arch_specific();
+    expect_fatal([] { fatal("the end"); }, "the end");
+    EXPECT_EQ(signal_ev, nullptr);
+}
+
 TEST_F(startup, full_wait_tables_are_told) {
     waitable *other = reinterpret_cast<waitable *>(&host);
     for (int i = 0; i < 4; i++) {
@@ -286,11 +306,14 @@ TEST_F(startup, full_wait_tables_are_told) {
         add_wakeup_event(other, nullptr);
     }
     init_os_arch_specific();
-    EXPECT_TRUE(host.logged(LOG_WARNING, "add_wakeup_event() failed"));
-    EXPECT_TRUE(host.logged(LOG_WARNING, "add_wait_event() failed"));
     platform_cleanup();
-    EXPECT_TRUE(host.logged(LOG_WARNING, "del_wakeup_event() failed for signal_ev"));
-    EXPECT_TRUE(host.logged(LOG_WARNING, "del_wait_event() failed for signal_ev"));
+    std::vector<std::string> told;
+    for (const logged_line &line : host.log)
+        if (line.level == LOG_WARNING) told.push_back(line.text);
+    EXPECT_EQ(told, (std::vector<std::string>{"add_wakeup_event() failed", "add_wait_event() failed",
+                                              "add_wait_event() failed", // of the user's signals
+                                              "del_wakeup_event() failed for signal_ev",
+                                              "del_wait_event() failed for signal_ev"}));
 }
 
 TEST_F(startup, failed_upgrade_is_told_once) {
