@@ -115,7 +115,7 @@ void host_sim::live() {
     try {
         log_to_stderr();
         start_up(static_cast<int>(argv.size()), argv.data());
-        run_loop(0);
+        run_loop(the_sim->restart);
     } catch (const agent_ended &end) {
         exit_status = end.status;
     }

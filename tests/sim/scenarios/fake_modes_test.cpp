@@ -25,6 +25,7 @@ TEST_F(fake_modes, run_a_regression_to_its_end) {
     EXPECT_EQ(server.results("mem/fakephys1")[0].value, 20000);
     EXPECT_EQ(server.results("mem/fakephys1")[30].value, 0);
     EXPECT_TRUE(sim.logged(0, "All fake checks are done. Exiting."));
+    EXPECT_EQ(sim.events_at_end, 0U);
 }
 
 TEST_F(fake_modes, end_a_regression_without_devices_behind_two_checkins) {

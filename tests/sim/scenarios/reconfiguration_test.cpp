@@ -152,4 +152,5 @@ TEST_F(reconfiguration, ends_the_agent_when_nothing_at_all_can_be_monitored) {
     EXPECT_TRUE(sim.logged(3, "Fatal error: This agent is not able to monitor *anything* on this host"));
     EXPECT_EQ(sim.events,
               std::vector<std::string>{"This agent is not able to monitor *anything* on this host"});
+    EXPECT_EQ(sim.events_at_end, 0U); // fatal cleans up
 }
