@@ -244,6 +244,18 @@ TEST_F(startup, failed_socket_layer_is_fatal) {
 
 // Downtime.
 
+TEST_F(startup, failed_socket_layer_is_fatal_for_downtime_too) {
+    write_settings();
+    static const sockets_ops broken = {
+        .WSAStartup = [](uint16_t) { return int32_t{7}; },
+        .inet_addr = [](const char *) { return 0xFFFFFFFFU; },
+        .gethostbyname = [](const char *, uint32_t *, uint32_t *) { return "nobody"; }};
+    sockets_host = &broken;
+    EXPECT_EQ(status_of({"--down", "--quiet"}), 1);
+    EXPECT_EQ(host.count_logged("Fatal error: Error initializing socket subsystem: "), 1);
+    EXPECT_EQ(errors.find("Could not connect"), std::string::npos);
+}
+
 TEST_F(startup, downtime_without_a_reachable_server_ends_with_status_1) {
     write_settings("loglevel = 0\n");
     static const sockets_ops unresolved = {
@@ -277,6 +289,23 @@ TEST_F(startup, platform_half_is_set_up_and_taken_back) {
     EXPECT_EQ(del_wait_event(signal_ev), 0U);
     platform_cleanup(); // again, as fatal may
     EXPECT_EQ(host.count_logged("failed"), 0);
+}
+
+TEST_F(startup, events_reset_themselves_and_begin_unsignalled) {
+    static std::vector<std::pair<bool, bool>> made;
+    made.clear();
+    static const waits_ops *wrapped_waits;
+    wrapped_waits = waits_host;
+    waits_ops recording = *waits_host;
+    recording.CreateEventA = [](bool manual_reset, bool signalled) {
+        made.push_back({manual_reset, signalled});
+        return wrapped_waits->CreateEventA(manual_reset, signalled);
+    };
+    waits_host = &recording;
+    init_os_arch_specific();
+    platform_cleanup();
+    waits_host = wrapped_waits;
+    EXPECT_EQ(made, (std::vector<std::pair<bool, bool>>(2, {false, false})));
 }
 
 TEST_F(startup, stop_ends_every_sleep_and_a_signal_of_the_user_that_of_the_loop_alone) {
