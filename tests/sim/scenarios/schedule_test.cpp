@@ -40,6 +40,16 @@ TEST_F(schedule, lets_checks_go_first_only_while_the_first_checkin_is_on_hold) {
     EXPECT_GE(failures[1], failures[0] + 60);
 }
 
+TEST_F(schedule, counts_the_first_period_from_the_end_of_the_first_check) {
+    sim.probes.delay_s = 7;
+    server.checks = {{"fs", {wire::continuous("/", 600)}}};
+    server.bends.push_back({.at = server_step::CHECKIN_RESP, .kind = bend_kind::CLOSE_BEFORE});
+    sim.start_agent();
+    ASSERT_TRUE(checkins(1));
+    int64_t check = sim.times_logged("Agent will check device /").at(0);
+    EXPECT_EQ(server.deliveries.back().time, check + 7 + 60);
+}
+
 TEST_F(schedule, lets_a_checkin_go_ahead_of_checks_of_the_same_moment) {
     begin({{"mem", {wire::continuous("phys", 60)}}});
     ASSERT_TRUE(checkins(3));

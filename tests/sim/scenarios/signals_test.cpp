@@ -102,6 +102,15 @@ TEST_F(signals, stop_the_agent_while_it_cannot_register) {
     EXPECT_EQ(now(), 1000);
 }
 
+TEST_F(signals, stop_the_agent_behind_its_first_registration_where_they_come_ahead_of_it) {
+    sim.start_agent();
+    sim.signal_stop();
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, MINUTE));
+    EXPECT_EQ(server.registrations, 1U);
+    EXPECT_EQ(server.checkins, 0U);
+    EXPECT_TRUE(sim.logged_part("Agent shutting down."));
+}
+
 TEST_F(signals, reopen_the_log_and_leave_one_that_was_moved_away) {
     begin({{"mem", {wire::continuous("phys", 60)}}});
     sim.run_for(10);
