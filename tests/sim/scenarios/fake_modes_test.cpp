@@ -71,3 +71,13 @@ TEST_F(fake_modes, answer_a_day_of_any_checks_with_plausible_constants) {
         EXPECT_EQ(result.value, 1);
     EXPECT_EQ(server.deliveries[5].results.back().comment, "Fake result");
 }
+
+TEST_F(fake_modes, store_at_the_end_of_a_regression_what_changed_last) {
+    server.checkin_frequency = 10;
+    begin({});
+    stop();
+    server.host_id = "host-2"; // a changed variable, which is not due for half a minute
+    sim.start_agent({"--regression-test", "0"});
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, 29));
+    EXPECT_NE(sim.disk.get("/var/lib/tarnix/variables").find("host_id\thost-2\n"), std::string::npos);
+}

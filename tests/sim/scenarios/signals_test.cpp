@@ -65,6 +65,23 @@ TEST_F(signals, make_a_burst_of_a_thousand_results_of_each_check_behind_the_pres
     EXPECT_EQ(server.times("mem/swap").back(), SIM_START + 200);
 }
 
+TEST_F(signals, make_a_burst_in_the_order_of_the_tree) {
+    server.checkin_frequency = 36000;
+    wire::group group = {"mem", {}, {}};
+    for (int i = 0; i < 8; i++) // the last is due first
+        group.checks.push_back(wire::continuous(std::string(1, static_cast<char>('a' + i)), 90 - 10 * i));
+    begin({group});
+    sim.run_for(10);
+    sim.signal_burst();
+    sim.run_for(1);
+    sim.log.clear();
+    sim.run_for(10);
+    std::string order;
+    for (const sim_line &line : sim.log)
+        if (line.text.starts_with("Agent will check device ")) order += line.text[24];
+    EXPECT_EQ(order, "habcdefg"); // the check that the present wait was for goes ahead
+}
+
 TEST_F(signals, make_a_burst_once_and_count_the_period_from_it) {
     begin({{"mem", {wire::continuous("phys", 50), wire::continuous("swap", 20)}}});
     sim.run_for(30);

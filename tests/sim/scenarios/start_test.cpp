@@ -147,9 +147,11 @@ TEST_F(starting, takes_chance_from_the_time) {
         ASSERT_TRUE(sim.run_until([&] { return sim.logged_part("(failures=3)"); }, HOUR));
         sim.kill_agent();
         tn_srand(static_cast<uint32_t>(begun));
-        for (int32_t least : {9, 12}) {
-            std::string hold = std::to_string(least + tn_rand() % 6);
+        for (int32_t failures : {2, 3}) { // (failures - 1 + 2) * 30 / 10 and a chance
+            std::string hold = std::to_string((failures + 1) * 3 + tn_rand() % 6);
             EXPECT_TRUE(sim.logged(2, "On hold for " + hold + " seconds...")) << later;
+            EXPECT_TRUE(sim.logged(1, "Failed to register with server. Will try again in " + hold +
+                                          " seconds... (failures=" + std::to_string(failures) + ")"));
         }
         sim.log.clear();
     }
