@@ -109,7 +109,8 @@ static void hold_registration(const char *reason) {
 }
 
 static void register_agent() {
-    for (bool registered = false; !registered && !is_ending();) {
+    bool registered;
+    do {
         auto *reason = register_with_server(config_in_force);
         registered = reason == nullptr;
         if (registered)
@@ -118,7 +119,7 @@ static void register_agent() {
             hold_registration(reason);
         log_check_rotate();
         poll_download();
-    }
+    } while (!registered && !is_ending());
 }
 
 // The main cycle.

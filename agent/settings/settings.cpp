@@ -62,7 +62,7 @@ char *read_reg_value(registry_hive hive, const char *path, const char *key, bool
     while (is_blank(*start))
         start++;
     cut_blanks_at_end(buffer, size);
-    return text_copy(start < buffer + size ? start : "");
+    return text_copy(start);
 }
 
 char *read_setting(const char *path, const char *key) {

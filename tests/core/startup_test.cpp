@@ -1,5 +1,7 @@
 #include "core/start_fixture.h"
 
+#include "platform/version.h"
+
 using startup = start_fixture;
 
 static const std::vector<const char *> BARE = {"-c",  "bare", "-s",           "srv:9", "-d",
@@ -244,6 +246,18 @@ TEST_F(startup, failed_socket_layer_is_fatal) {
 
 // Downtime.
 
+TEST_F(startup, failed_socket_layer_is_fatal_for_downtime_too) {
+    write_settings();
+    static const sockets_ops broken = {
+        .WSAStartup = [](uint16_t) { return int32_t{7}; },
+        .inet_addr = [](const char *) { return 0xFFFFFFFFU; },
+        .gethostbyname = [](const char *, uint32_t *, uint32_t *) { return "nobody"; }};
+    sockets_host = &broken;
+    EXPECT_EQ(status_of({"--down", "--quiet"}), 1);
+    EXPECT_EQ(host.count_logged("Fatal error: Error initializing socket subsystem: "), 1);
+    EXPECT_EQ(errors.find("Could not connect"), std::string::npos);
+}
+
 TEST_F(startup, downtime_without_a_reachable_server_ends_with_status_1) {
     write_settings("loglevel = 0\n");
     static const sockets_ops unresolved = {
@@ -272,12 +286,49 @@ TEST_F(startup, shown_downtime_result_decides_the_status) {
 TEST_F(startup, platform_half_is_set_up_and_taken_back) {
     init_os_arch_specific();
     EXPECT_NE(signal_ev, nullptr);
-    EXPECT_EQ(host.count_logged("init_os_arch_specific ("), 1);
+    EXPECT_TRUE(host.logged(LOG_DETAIL, std::string("init_os_arch_specific (") + host_word + ")"));
     platform_cleanup();
     EXPECT_EQ(signal_ev, nullptr);
     EXPECT_EQ(del_wait_event(signal_ev), 0U);
     platform_cleanup(); // again, as fatal may
     EXPECT_EQ(host.count_logged("failed"), 0);
+}
+
+TEST_F(startup, events_reset_themselves_and_begin_unsignalled) {
+    static std::vector<std::pair<bool, bool>> made;
+    made.clear();
+    static const waits_ops *wrapped_waits;
+    wrapped_waits = waits_host;
+    waits_ops recording = *waits_host;
+    recording.CreateEventA = [](bool manual_reset, bool signalled) {
+        made.push_back({manual_reset, signalled});
+        return wrapped_waits->CreateEventA(manual_reset, signalled);
+    };
+    waits_host = &recording;
+    init_os_arch_specific();
+    platform_cleanup();
+    waits_host = wrapped_waits;
+    EXPECT_EQ(made, (std::vector<std::pair<bool, bool>>(2, {false, false})));
+}
+
+TEST_F(startup, stop_ends_every_sleep_and_a_signal_of_the_user_that_of_the_loop_alone) {
+    init_os_arch_specific();
+    waitable *other = reinterpret_cast<waitable *>(&host);
+    uint32_t wakeup_place = 0;
+    add_wakeup_event(other, &wakeup_place);
+    EXPECT_EQ(wakeup_place, 2U);
+    EXPECT_EQ(add_wait_event(other), 3U);
+    del_wakeup_event(other);
+    del_wait_event(other);
+    platform_cleanup();
+}
+
+TEST_F(startup, fatal_end_takes_the_platform_half_back) {
+    write_settings();
+    start();
+    init_os_arch_specific();
+    expect_fatal([] { fatal("the end"); }, "the end");
+    EXPECT_EQ(signal_ev, nullptr);
 }
 
 TEST_F(startup, full_wait_tables_are_told) {
@@ -287,11 +338,14 @@ TEST_F(startup, full_wait_tables_are_told) {
         add_wakeup_event(other, nullptr);
     }
     init_os_arch_specific();
-    EXPECT_TRUE(host.logged(LOG_WARNING, "add_wakeup_event() failed"));
-    EXPECT_TRUE(host.logged(LOG_WARNING, "add_wait_event() failed"));
     platform_cleanup();
-    EXPECT_TRUE(host.logged(LOG_WARNING, "del_wakeup_event() failed for signal_ev"));
-    EXPECT_TRUE(host.logged(LOG_WARNING, "del_wait_event() failed for signal_ev"));
+    std::vector<std::string> told;
+    for (const logged_line &line : host.log)
+        if (line.level == LOG_WARNING) told.push_back(line.text);
+    EXPECT_EQ(told, (std::vector<std::string>{"add_wakeup_event() failed", "add_wait_event() failed",
+                                              "add_wait_event() failed", // of the user's signals
+                                              "del_wakeup_event() failed for signal_ev",
+                                              "del_wait_event() failed for signal_ev"}));
 }
 
 TEST_F(startup, failed_upgrade_is_told_once) {

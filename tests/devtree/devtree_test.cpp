@@ -194,6 +194,15 @@ TEST_F(device_tree, takes_devices_in_front_of_those_it_has) {
     EXPECT_EQ(shape_of(top.get()), "top[1 2 old]");
 }
 
+TEST_F(device_tree, runs_the_hook_of_a_device_without_a_state_too) {
+    static int runs;
+    runs = 0;
+    devnode *device = alloc_devnode();
+    device->state_free = [](devnode *) { runs++; };
+    free_devnode(device);
+    EXPECT_EQ(runs, 1);
+}
+
 TEST_F(device_tree, verifies_that_there_is_no_state) {
     devnode device = {};
     clear_state(&device);

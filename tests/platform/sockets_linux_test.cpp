@@ -5,9 +5,12 @@
 #include "platform/sockets_ops.h"
 #include "platform/waits.h"
 
+#include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <thread>
 #include <unistd.h>
 
@@ -105,6 +108,26 @@ TEST_F(linux_sockets, time_out_with_a_silent_peer) {
     char buffer[8];
     size_t count;
     EXPECT_FAILURE(socket_recv(agent, buffer, sizeof buffer, &count), "Timeout in socket_recv()");
+}
+
+// A signal may end the host's wait early; that is no failure.
+TEST_F(linux_sockets, go_on_waiting_behind_a_signal) {
+    connect();
+    socket_set_timeout(2);
+    struct sigaction ignore = {}, before = {};
+    ignore.sa_handler = [](int) {};
+    sigaction(SIGALRM, &ignore, &before);
+    itimerval soon = {.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 1000}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    char buffer[8];
+    size_t count;
+    EXPECT_FAILURE(socket_recv(agent, buffer, sizeof buffer, &count), "Timeout in socket_recv()");
+    sigaction(SIGALRM, &before, nullptr);
+}
+
+TEST_F(linux_sockets, are_not_inherited_by_programs) {
+    connect();
+    EXPECT_EQ(fcntl(static_cast<int>(agent), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 TEST_F(linux_sockets, time_out_with_a_peer_that_takes_nothing) {

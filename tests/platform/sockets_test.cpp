@@ -82,8 +82,12 @@ TEST_F(sockets, connect_at_once) {
 }
 
 TEST_F(sockets, take_their_options_from_the_bits) {
-    script.connects = {{0}, {0}};
+    script.connects = {{0}, {0}, {0}, {0}};
     EXPECT_SUCCESS(create(0));
+    EXPECT_EQ(script.take_calls(), "socket, nonblocking off, nodelay off, connect 99:3241");
+    EXPECT_SUCCESS(create(SOCKET_NONBLOCKING));
+    EXPECT_EQ(script.take_calls(), "socket, nonblocking on, nodelay off, connect 99:3241");
+    EXPECT_SUCCESS(create(SOCKET_STREAM));
     EXPECT_EQ(script.take_calls(), "socket, nonblocking off, nodelay off, connect 99:3241");
     EXPECT_SUCCESS(create(SOCKET_NODELAY));
     EXPECT_EQ(script.take_calls(), "socket, nonblocking off, nodelay on, connect 99:3241");

@@ -132,6 +132,7 @@ TEST(parse_number, takes_the_base_from_the_prefix) {
     EXPECT_EQ(parse_number("0XfF"), 255);
     EXPECT_EQ(parse_number("-0x10"), -16);
     EXPECT_EQ(parse_number("0"), 0);
+    EXPECT_EQ(parse_number("09"), 0); // octal has no such digit
 }
 
 TEST(parse_number, stops_at_the_first_other_character) {

@@ -131,7 +131,7 @@ void host_sim::live() {
         argv.push_back(word.data());
     log_to_stderr();
     start_up(static_cast<int>(argv.size()), argv.data());
-    run_loop(0);
+    run_loop(restart);
 }
 
 // What the system does when a process has gone, and what makes the next one find everything as at its start.

@@ -66,6 +66,7 @@ struct host_sim {
 
     // One life of the agent. Its arguments follow the program's name.
     void start_agent(const std::vector<std::string> &arguments = {});
+    int restart = 0; // the word of its first line
     bool agent_runs() const { return scheduler.any_of_agent(); }
     std::optional<int> exit_status; // of the life that has ended by itself
 
@@ -100,6 +101,7 @@ struct host_sim {
     // The heap: blocks of the agent that are not freed.
     std::unordered_set<void *> blocks;
     size_t blocks_at_end = 0; // when the last life ended
+    size_t events_at_end = 0; // that were not closed then
 
     std::map<waitable *, bool> handles; // manual reset or not
     uint32_t last_error = 0;

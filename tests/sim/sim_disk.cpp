@@ -1,5 +1,6 @@
 #include "sim/sim_disk.h"
 
+#include "fakes/notes.h"
 #include "sim/host_sim.h"
 
 #include <cstring>
@@ -143,6 +144,7 @@ static int64_t sim_read(host_file file, void *buffer, size_t size) {
 static int64_t sim_write(host_file file, const void *buffer, size_t size) {
     if (file == CONSOLE) {
         the_sim->console.append(static_cast<const char *>(buffer), size);
+        note_text(std::string(static_cast<const char *>(buffer), size));
         return static_cast<int64_t>(size);
     }
     sim_open_file *open = find_open(file);

@@ -172,6 +172,7 @@ void sim_services_bury() {
     for (void *block : the_sim->blocks)
         heap_ops_host.release(block);
     the_sim->blocks.clear();
+    the_sim->events_at_end = the_sim->handles.size();
     for (const auto &[event, known] : the_sim->handles)
         delete event;
     the_sim->handles.clear();

@@ -89,6 +89,29 @@ TEST_F(log_rotation, counts_the_age_of_the_new_log_afresh) {
     EXPECT_EQ(host.count_logged("Re-opening"), 2);
 }
 
+// A host whose files keep the age of an earlier one of the same name has to be told, ahead of the new log.
+TEST_F(log_rotation, restarts_the_age_of_the_log_between_the_rename_and_the_opening) {
+    static std::vector<std::string> steps;
+    steps.clear();
+    static const files_ops *wrapped;
+    wrapped = files_host;
+    files_ops recording = *files_host;
+    recording.MoveFileA = [](const char *from, const char *to) {
+        if (from == std::string(PATH)) steps.push_back("rename");
+        return wrapped->MoveFileA(from, to);
+    };
+    recording.restart_age = [](const char *path) { steps.push_back(std::string("restart ") + path); };
+    recording.open = [](const char *path, file_mode mode) {
+        steps.push_back("open");
+        return wrapped->open(path, mode);
+    };
+    grow_old();
+    files_host = &recording;
+    log_check_rotate();
+    files_host = wrapped;
+    EXPECT_EQ(steps, (std::vector<std::string>{"rename", std::string("restart ") + PATH, "open"}));
+}
+
 TEST_F(log_rotation, counts_from_the_creation_of_the_log) {
     host.now += 7 * DAY + 1; // it was made a week before the first check
     log_check_rotate();

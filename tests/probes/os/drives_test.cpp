@@ -1,5 +1,6 @@
 #include "probes/os/drives.h"
 
+#include "fakes/notes.h"
 #include "fakes/test_host.h"
 #include "platform/agent_log.h"
 #include "platform/text.h"
@@ -169,6 +170,7 @@ TEST_F(scan_mounts_test, offers_a_fixed_volume_with_its_space) {
     const devnode *device = group()->devices;
     EXPECT_STREQ(device->name, "C:\\");
     EXPECT_STREQ(device->comment, "Fixed drive");
+    note_text("Fixed drive");
     EXPECT_STREQ(device->unit, "kB");
     EXPECT_EQ(device->type, 7U);
     EXPECT_EQ(device->description, 1U);

@@ -1,5 +1,6 @@
 #include "probes/os/system_load.h"
 
+#include "fakes/notes.h"
 #include "fakes/test_host.h"
 #include "platform/agent_log.h"
 #include "platform/text.h"
@@ -77,6 +78,8 @@ TEST_F(scan_system_test, offers_what_the_host_counts) {
         EXPECT_STREQ(device->id, row.id);
         EXPECT_STREQ(device->name, row.name);
         EXPECT_STREQ(device->comment, row.comment);
+        note_text(row.name);
+        note_text(row.comment);
         EXPECT_STREQ(device->unit, row.unit);
         EXPECT_EQ(device->type, row.type);
         EXPECT_EQ(device->description, row.description);

@@ -19,12 +19,14 @@ TEST_F(fake_modes, run_a_regression_to_its_end) {
     ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, DAY));
     EXPECT_EQ(sim.exit_status, 0);
     EXPECT_EQ(wire::device_paths(server.tree()).size(), 3U);
+    EXPECT_GT(server.deliveries[1].results.size(), 30U); // each of ten checks of each has given ten
     for (const char *path : {"mem/fakephys1", "mem/fakephys2", "mem/fakephys3"})
         EXPECT_EQ(server.times(path), every(60, 1000000, 60)) << path;
     ASSERT_EQ(server.results("mem/fakephys1").size(), 60U);
     EXPECT_EQ(server.results("mem/fakephys1")[0].value, 20000);
     EXPECT_EQ(server.results("mem/fakephys1")[30].value, 0);
     EXPECT_TRUE(sim.logged(0, "All fake checks are done. Exiting."));
+    EXPECT_EQ(sim.events_at_end, 0U);
 }
 
 TEST_F(fake_modes, end_a_regression_without_devices_behind_two_checkins) {
@@ -69,4 +71,14 @@ TEST_F(fake_modes, answer_a_day_of_any_checks_with_plausible_constants) {
     for (const wire::result &result : server.results("weather/rain"))
         EXPECT_EQ(result.value, 1);
     EXPECT_EQ(server.deliveries[5].results.back().comment, "Fake result");
+}
+
+TEST_F(fake_modes, store_at_the_end_of_a_regression_what_changed_last) {
+    server.checkin_frequency = 10;
+    begin({});
+    stop();
+    server.host_id = "host-2"; // a changed variable, which is not due for half a minute
+    sim.start_agent({"--regression-test", "0"});
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, 29));
+    EXPECT_NE(sim.disk.get("/var/lib/tarnix/variables").find("host_id\thost-2\n"), std::string::npos);
 }

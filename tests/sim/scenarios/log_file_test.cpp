@@ -95,3 +95,12 @@ TEST_F(log_file, on_the_console_is_never_rotated) {
     EXPECT_FALSE(sim.logged_part("Re-opening log..."));
     EXPECT_NE(sim.console.find("Agent starting."), std::string::npos);
 }
+
+TEST_F(log_file, is_rotated_while_the_agent_cannot_register) {
+    sim.settings["loglevel"] = "3";
+    sim.settings["log_days"] = "1";
+    sim.network.place("server").state = place_state::REFUSES;
+    sim.start_agent();
+    sim.run_for(2 * DAY);
+    EXPECT_TRUE(sim.disk.has(old_log(1)));
+}

@@ -114,6 +114,17 @@ TEST_F(outage, of_one_of_two_servers_at_the_start_costs_no_hold_once_failures_ar
     EXPECT_FALSE(sim.logged_part("On hold for"));
 }
 
+TEST_F(outage, of_one_of_two_servers_ahead_of_the_registration_is_told_as_news) {
+    sim.add_server(server, "other");
+    sim.settings["server_list"] = "server,other";
+    sim.network.place("server").state = place_state::REFUSES;
+    sim.start_agent();
+    ASSERT_TRUE(sim.run_until([&] { return server.registrations > 0; }, HOUR));
+    EXPECT_TRUE(sim.logged(1, "Changed server to: other"));
+    EXPECT_EQ(sim.count_logged("Changed server to: "), 1);
+    EXPECT_TRUE(sim.logged_part("Will try again in"));
+}
+
 TEST_F(outage, in_the_middle_of_a_delivery_repeats_the_whole_delivery) {
     sim.probes.counts_looks = true;
     begin({{"mem", {wire::continuous("phys", 10)}}});

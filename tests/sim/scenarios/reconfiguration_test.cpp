@@ -102,6 +102,18 @@ TEST_F(reconfiguration, replaces_the_servers_and_goes_to_them) {
     EXPECT_EQ(server.connections.back().place, "new-home");
 }
 
+TEST_F(reconfiguration, of_the_servers_is_told_once_with_the_next_failure) {
+    sim.add_server(server, "new-home");
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    server.servers = {{"new-home", 3241}};
+    server.configure(server.checks);
+    ASSERT_TRUE(checkins(2));
+    sim.network.place("new-home").state = place_state::REFUSES;
+    ASSERT_TRUE(sim.run_until([&] { return sim.logged_part("(failures = 3)!"); }, HOUR));
+    EXPECT_EQ(sim.count_logged("Changed server to: "), 1);
+    EXPECT_TRUE(sim.logged(2, "Changed server to: new-home"));
+}
+
 TEST_F(reconfiguration, keeps_the_first_servers_of_a_list_that_is_too_long_to_store) {
     std::string name(100, 'x');
     server.servers.assign(12, {name, 1234}); // 106 characters each, of 1024
@@ -152,4 +164,5 @@ TEST_F(reconfiguration, ends_the_agent_when_nothing_at_all_can_be_monitored) {
     EXPECT_TRUE(sim.logged(3, "Fatal error: This agent is not able to monitor *anything* on this host"));
     EXPECT_EQ(sim.events,
               std::vector<std::string>{"This agent is not able to monitor *anything* on this host"});
+    EXPECT_EQ(sim.events_at_end, 0U); // fatal cleans up
 }

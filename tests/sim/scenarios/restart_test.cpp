@@ -134,3 +134,25 @@ TEST_F(restart, takes_the_address_for_a_name_that_nobody_has_set) {
     EXPECT_EQ(server.connections[0].wants.name, "10.0.0.7");
     EXPECT_TRUE(sim.logged(1, "Tarnix agent name: example: (autodetect)"));
 }
+
+TEST_F(restart, in_order_finds_what_changed_last) {
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    server.host_id = "host-2";
+    server.configure(server.checks);
+    ASSERT_TRUE(checkins(1));
+    sim.run_for(1); // a changed variable is not due for half a minute
+    EXPECT_EQ(sim.disk.get("/var/lib/tarnix/variables").find("host-2"), std::string::npos);
+    stop();
+    EXPECT_NE(sim.disk.get("/var/lib/tarnix/variables").find("host_id\thost-2\n"), std::string::npos);
+}
+
+TEST_F(restart, without_a_scan_knows_what_is_disabled) {
+    begin({{"mem", {wire::continuous("phys", 60)}}});
+    stop();
+    sim.settings["disable_checks"] = "mem";
+    sim.start_agent();
+    size_t before = server.results("mem/phys").size();
+    ASSERT_TRUE(checkins(3));
+    ASSERT_GT(server.results("mem/phys").size(), before);
+    EXPECT_EQ(server.results("mem/phys").back().comment, "Disabled by configuration");
+}

@@ -1,3 +1,4 @@
+#include "core/run_loop.h"
 #include "sim/scenario.h"
 
 // When what is done.
@@ -37,6 +38,16 @@ TEST_F(schedule, lets_checks_go_first_only_while_the_first_checkin_is_on_hold) {
     // The checkin at the start failed, the check ran at once, and the period counts from it.
     EXPECT_EQ(checks[0], failures[0]);
     EXPECT_GE(failures[1], failures[0] + 60);
+}
+
+TEST_F(schedule, counts_the_first_period_from_the_end_of_the_first_check) {
+    sim.probes.delay_s = 7;
+    server.checks = {{"fs", {wire::continuous("/", 600)}}};
+    server.bends.push_back({.at = server_step::CHECKIN_RESP, .kind = bend_kind::CLOSE_BEFORE});
+    sim.start_agent();
+    ASSERT_TRUE(checkins(1));
+    int64_t check = sim.times_logged("Agent will check device /").at(0);
+    EXPECT_EQ(server.deliveries.back().time, check + 7 + 60);
 }
 
 TEST_F(schedule, lets_a_checkin_go_ahead_of_checks_of_the_same_moment) {
@@ -145,4 +156,74 @@ TEST_F(schedule, tells_a_slow_checkin_at_level_one) {
     sim.run_for(1);
     EXPECT_TRUE(sim.logged(1, "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 30s, finish: 0s"));
     EXPECT_TRUE(sim.logged(0, "Checkin success, conn: 0s, setup: 0s, data: 0s, ack: 0s, finish: 0s"));
+}
+
+TEST_F(schedule, runs_actions_behind_a_checkin_that_was_not_acknowledged_too) {
+    begin({});
+    server.actions = {{"nowhere", {"once"}}};
+    server.acknowledge = false;
+    uint32_t before = server.checkins; // the next one follows at once
+    ASSERT_TRUE(sim.run_until([&] { return server.checkins > before + 1; }, HOUR));
+    server.acknowledge = true;
+    EXPECT_GT(sim.count_logged("Unknown device in check_device(): nowhere.once"), 0);
+}
+
+TEST_F(schedule, tells_the_silence_of_a_log_at_its_limit) {
+    wire::check log = wire::advanced_log("app", 40, {});
+    log.warning_silence = 90;
+    log.alert_silence = 150;
+    begin({{"log", {log}}});
+    ASSERT_TRUE(checkins(4));
+    std::vector<wire::result> told;
+    for (const wire::result &result : server.results("log/app"))
+        if (result.text.starts_with("Log silent for")) told.push_back(result);
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[0].status, 1U);
+    EXPECT_EQ(told[0].time, SIM_START + 90);
+    EXPECT_EQ(told[0].text, "Log silent for 0 hours and 1 minutes");
+    EXPECT_EQ(told[1].status, 2U);
+    EXPECT_EQ(told[1].time, SIM_START + 150);
+}
+
+TEST_F(schedule, tells_a_failed_flush_at_each_pass) {
+    begin({{"mem", {wire::continuous("phys", 10)}}});
+    sim.disk.broken["rename"]["/var/lib/tarnix/variables"] = 13;
+    server.host_id = "host-2";
+    server.configure(server.checks);
+    ASSERT_TRUE(checkins(3));
+    EXPECT_GT(sim.count_logged("Flush error: "), 5);
+    EXPECT_TRUE(sim.logged(3, "Flush error: Couldn't create registryvalue in key variables"));
+    sim.disk.broken.clear();
+    sim.run_for(MINUTE);
+    EXPECT_NE(sim.disk.get("/var/lib/tarnix/variables").find("host_id\thost-2\n"), std::string::npos);
+}
+
+TEST_F(schedule, holds_from_the_end_of_the_checkin_that_failed) {
+    begin({});
+    sim.network.place("server").state = place_state::SWALLOWS;
+    ASSERT_TRUE(sim.run_until([&] { return sim.logged_part("Agent failed checkin"); }, HOUR));
+    ASSERT_EQ(now(), 60 + 600);
+    sim.network.place("server").state = place_state::UP;
+    ASSERT_TRUE(checkins(1));
+    EXPECT_GE(now(), 660 + 12); // (1 - 1 + 2) * 60 / 10
+}
+
+TEST_F(schedule, ends_for_an_upgrade_that_lies_ready) {
+    begin({{"mem", {wire::continuous("phys", 600)}}});
+    sim.run_for(30);
+    upgrade_pending = 1;
+    sim.signal_checkin(); // as a finished download, it ends the sleep
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, MINUTE));
+    EXPECT_EQ(sim.exit_status, 0);
+    EXPECT_TRUE(sim.logged(1, "Attempting automatic upgrade"));
+    EXPECT_FALSE(sim.logged_part("shutting down"));
+}
+
+TEST_F(schedule, ends_without_the_upgrade_where_a_stop_is_wanted_too) {
+    begin({});
+    sim.run_for(30);
+    upgrade_pending = 1;
+    stop();
+    EXPECT_TRUE(sim.logged_part("Agent shutting down."));
+    EXPECT_FALSE(sim.logged_part("Attempting automatic upgrade"));
 }

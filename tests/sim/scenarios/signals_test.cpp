@@ -65,6 +65,23 @@ TEST_F(signals, make_a_burst_of_a_thousand_results_of_each_check_behind_the_pres
     EXPECT_EQ(server.times("mem/swap").back(), SIM_START + 200);
 }
 
+TEST_F(signals, make_a_burst_in_the_order_of_the_tree) {
+    server.checkin_frequency = 36000;
+    wire::group group = {"mem", {}, {}};
+    for (int i = 0; i < 8; i++) // the last is due first
+        group.checks.push_back(wire::continuous(std::string(1, static_cast<char>('a' + i)), 90 - 10 * i));
+    begin({group});
+    sim.run_for(10);
+    sim.signal_burst();
+    sim.run_for(1);
+    sim.log.clear();
+    sim.run_for(10);
+    std::string order;
+    for (const sim_line &line : sim.log)
+        if (line.text.starts_with("Agent will check device ")) order += line.text[24];
+    EXPECT_EQ(order, "habcdefg"); // the check that the present wait was for goes ahead
+}
+
 TEST_F(signals, make_a_burst_once_and_count_the_period_from_it) {
     begin({{"mem", {wire::continuous("phys", 50), wire::continuous("swap", 20)}}});
     sim.run_for(30);
@@ -100,6 +117,15 @@ TEST_F(signals, stop_the_agent_while_it_cannot_register) {
     sim.run_for(1000);
     stop();
     EXPECT_EQ(now(), 1000);
+}
+
+TEST_F(signals, stop_the_agent_behind_its_first_registration_where_they_come_ahead_of_it) {
+    sim.start_agent();
+    sim.signal_stop();
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, MINUTE));
+    EXPECT_EQ(server.registrations, 1U);
+    EXPECT_EQ(server.checkins, 0U);
+    EXPECT_TRUE(sim.logged_part("Agent shutting down."));
 }
 
 TEST_F(signals, reopen_the_log_and_leave_one_that_was_moved_away) {

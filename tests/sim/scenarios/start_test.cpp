@@ -1,3 +1,5 @@
+#include "platform/clock.h"
+#include "platform/version.h"
 #include "sim/scenario.h"
 
 // Beginnings, and processes that end before they have begun.
@@ -107,4 +109,50 @@ TEST_F(starting, for_downtime_tells_why_there_is_no_server) {
     EXPECT_EQ(sim.exit_status, 1);
     EXPECT_TRUE(sim.console.ends_with(
         "FAILED Could not connect to server: Error connecting: Connection refused (111)\n"));
+}
+
+TEST_F(starting, for_downtime_tells_what_the_server_did_not_say) {
+    server.bends.push_back({.at = server_step::DOWNTIME_RESP, .kind = bend_kind::CLOSE_BEFORE});
+    sim.start_agent({"--down", "--quiet"});
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, MINUTE));
+    EXPECT_EQ(sim.exit_status, 1);
+    std::string reason = "Peer closed connection unexpectedly";
+    EXPECT_TRUE(sim.console.ends_with("FAILED Could not request downtime: " + reason + "\n")) << sim.console;
+    EXPECT_TRUE(sim.logged(3, "[cmd] ERROR connect_and_request_downtime: " + reason));
+}
+
+// "OK ", the whole reply then, is one character short.
+TEST_F(starting, for_downtime_takes_a_grant_without_a_message_for_none) {
+    server.downtime_message = "";
+    sim.start_agent({"--down", "--quiet"});
+    ASSERT_TRUE(sim.run_until([&] { return sim.exit_status.has_value(); }, MINUTE));
+    EXPECT_EQ(sim.exit_status, 1);
+    EXPECT_TRUE(sim.console.ends_with("Too short message from server received\n")) << sim.console;
+}
+
+TEST_F(starting, again_is_told_in_the_first_line) {
+    std::string version = version_text;
+    sim.restart = 1;
+    begin({});
+    EXPECT_TRUE(sim.logged(3, "Restarting Tarnix " + version + " Agent."));
+    EXPECT_FALSE(sim.logged_part("Agent starting."));
+}
+
+TEST_F(starting, takes_chance_from_the_time) {
+    for (int64_t later : {0, 1000, 2000}) {
+        if (later != 0) sim.run_for(later);
+        sim.network.place("server").state = place_state::REFUSES;
+        int64_t begun = sim.wall_time();
+        sim.start_agent();
+        ASSERT_TRUE(sim.run_until([&] { return sim.logged_part("(failures=3)"); }, HOUR));
+        sim.kill_agent();
+        tn_srand(static_cast<uint32_t>(begun));
+        for (int32_t failures : {2, 3}) { // (failures - 1 + 2) * 30 / 10 and a chance
+            std::string hold = std::to_string((failures + 1) * 3 + tn_rand() % 6);
+            EXPECT_TRUE(sim.logged(2, "On hold for " + hold + " seconds...")) << later;
+            EXPECT_TRUE(sim.logged(1, "Failed to register with server. Will try again in " + hold +
+                                          " seconds... (failures=" + std::to_string(failures) + ")"));
+        }
+        sim.log.clear();
+    }
 }
