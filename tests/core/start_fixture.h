@@ -55,8 +55,8 @@ struct start_fixture : testing::Test {
         static const sockets_ops fake_sockets = {.WSAStartup = [](uint16_t) { return socket_start_code; }};
         sockets_host = &fake_sockets;
         socket_start_code = 0;
-        static const signals_ops no_signals = {};
-        signals_host = &no_signals;
+        static const signals_ops fake_signals = {.install = [](const signal_events &) {}, .remove = [] {}};
+        signals_host = &fake_signals;
         reset();
     }
 
