@@ -39,7 +39,6 @@ static uint32_t stop_agent(uint32_t code) {
 
 // The thread's body.
 static uint32_t watch_parent(void *) {
-    if (parent_read == 0) return 0;
     for (;;) {
         uint8_t byte = BYTE_STOP;
         uint32_t count = 0;
@@ -53,6 +52,7 @@ static uint32_t watch_parent(void *) {
 }
 
 void start_watching_parent(waitable *stop) {
+    if (parent_read == 0) return;
     watch_stop = stop;
     watch_thread = threads_host->CreateThread(watch_parent, nullptr);
     if (watch_thread != nullptr && threads_host->ResumeThread(watch_thread)) return;
