@@ -3,8 +3,12 @@
 #include <cerrno>
 #include <sys/random.h>
 
+// time() lags behind by up to a tick of the kernel, and would disagree with a server on this host about the
+// second.
 static int64_t host_time() {
-    return time(nullptr);
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec;
 }
 
 static bool host_localtime(int64_t time, tm *out) {
