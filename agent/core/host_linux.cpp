@@ -4,6 +4,7 @@
 #include "core/parent_pipes_ops.h"
 #include "core/signals.h"
 #include "platform/clock.h"
+#include "platform/crash.h"
 #include "platform/errors.h"
 #include "platform/fatal.h"
 #include "platform/files.h"
@@ -23,6 +24,7 @@
 void use_host() {
     // platform
     clock_host = &clock_ops_host;
+    crash_host = &crash_ops_host;
     error_host = &error_ops_host;
     event_host = &event_ops_host;
     files_host = &files_ops_host;

@@ -5,6 +5,7 @@
 #include "core/options.h"
 #include "core/os_arch.h"
 #include "platform/agent_log.h"
+#include "platform/crash.h"
 #include "platform/errors.h"
 #include "platform/fatal.h"
 #include "platform/sockets.h"
@@ -144,5 +145,6 @@ void start_up(int argc, char **argv) {
     config_in_force->checkin_freq = 30; // until the server says otherwise
     if (auto *failure = socket_init())
         fatal(format_error("Error initializing socket subsystem: %s", failure));
+    install_crash_handler(crash_message);
     if (down_flag != 0) ask_server_for_downtime();
 }

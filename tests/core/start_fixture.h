@@ -14,6 +14,7 @@
 #include "devtree/fake_checks.h"
 #include "fakes/test_host.h"
 #include "platform/agent_log.h"
+#include "platform/crash.h"
 #include "platform/errors.h"
 #include "platform/fatal.h"
 #include "platform/regex.h"
@@ -38,6 +39,7 @@ struct start_fixture : testing::Test {
     test_host host;
     neighbours beside;
     std::string errors; // what went to stderr
+    std::string crash_folder; // of the crash handler
 
     start_fixture() {
         self = this;
@@ -55,6 +57,8 @@ struct start_fixture : testing::Test {
         static const sockets_ops fake_sockets = {.WSAStartup = [](uint16_t) { return socket_start_code; }};
         sockets_host = &fake_sockets;
         socket_start_code = 0;
+        static const crash_ops fake_crash = {.install = [](const char *folder) { self->crash_folder = folder; }};
+        crash_host = &fake_crash;
         static const signals_ops fake_signals = {.install = [](const signal_events &) {}, .remove = [] {}};
         signals_host = &fake_signals;
         reset();

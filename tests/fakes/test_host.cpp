@@ -90,6 +90,11 @@ uint32_t fake_process_id() {
     return 4711;
 }
 
+bool fake_program_path(char *buffer, size_t size) {
+    snprintf(buffer, size, "%s", the_host->program.c_str());
+    return !the_host->program.empty();
+}
+
 // Files.
 
 bool is_broken(const char *operation, const std::string &path) {
@@ -303,7 +308,10 @@ const heap_ops fake_heap = {.allocate = fake_allocate, .release = fake_release};
 const event_ops fake_events = {.RegisterEventSourceA = fake_register,
                                .ReportEventA = fake_report,
                                .DeregisterEventSource = fake_deregister};
-const process_ops fake_process = {.exit = fake_exit, .GetCurrentProcessId = fake_process_id};
+const process_ops fake_process = {.exit = fake_exit,
+                                  .GetCurrentProcessId = fake_process_id,
+                                  .GetModuleFileNameA = fake_program_path,
+                                  .program_suffix = ""};
 const files_ops fake_files = {
     .stderr_handle = 2,
     .open = fake_open,

@@ -64,6 +64,9 @@ struct test_host {
     uint32_t fail_allocation = 0;
     int64_t blocks = 0; // allocated and not freed yet
 
+    // The path of the program that runs; empty where it cannot be had.
+    std::string program = "/opt/tnagent";
+
     // Random bytes: 0, 1, 2 … unless scripted.
     std::function<bool(void *, size_t)> random;
     uint8_t next_random = 0;

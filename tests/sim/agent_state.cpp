@@ -10,6 +10,7 @@
 #include "devtree/retention.h"
 #include "platform/agent_log.h"
 #include "platform/clock.h"
+#include "platform/crash.h"
 #include "platform/fatal.h"
 #include "platform/sockets.h"
 #include "platform/waits.h"
@@ -67,4 +68,5 @@ void forget_agent_state() {
     sockets_reset();
     tn_srand(1);
     fatal_cleanup = nullptr;
+    crash_reset();
 }

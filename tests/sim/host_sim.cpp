@@ -4,6 +4,7 @@
 #include "core/startup.h"
 #include "fakes/notes.h"
 #include "platform/agent_log.h"
+#include "platform/crash.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
 #include "probes/os/counter_provider.h"
@@ -25,6 +26,7 @@ host_sim *the_sim;
 static void use_sim() {
     // platform
     clock_host = &sim_clock;
+    crash_host = &sim_crash;
     error_host = &sim_errors;
     event_host = &sim_events;
     files_host = &sim_files;

@@ -182,6 +182,7 @@ void sim_services_bury() {
 
 const clock_ops sim_clock = {.time = sim_time, .localtime = sim_localtime, .Sleep = sim_sleep};
 const random_ops sim_random = {.random_bytes = sim_random_bytes};
+const crash_ops sim_crash = {.install = [](const char *folder) { sim_note("install", folder); }};
 const error_ops sim_errors = {.GetLastError = sim_last_error, .FormatMessageA = sim_format_message};
 const heap_ops sim_heap = {.allocate = sim_allocate, .release = sim_release};
 const event_ops sim_events = {.RegisterEventSourceA = sim_register_source,

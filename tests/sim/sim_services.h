@@ -4,6 +4,7 @@
 
 #include "core/signals.h"
 #include "platform/clock.h"
+#include "platform/crash.h"
 #include "platform/errors.h"
 #include "platform/fatal.h"
 #include "platform/heap.h"
@@ -18,6 +19,7 @@ struct agent_ended {
 
 extern const clock_ops sim_clock;
 extern const random_ops sim_random;
+extern const crash_ops sim_crash; // nothing here ever faults
 extern const error_ops sim_errors;
 extern const heap_ops sim_heap;
 extern const event_ops sim_events;
