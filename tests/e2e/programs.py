@@ -198,6 +198,7 @@ class Agent(Program):
         self.stderr = folder / "agent.stderr"
         self.settings_file = folder / "tnagent.conf"
         self.options = options
+        self.program = None  # another one than that of the build
         self.more_settings = more_settings
         self.settings = {"name": folder.name, "domain": DOMAIN, "server_list": servers, "logfile": self.log,
                          "variable_file": self.variables, "loglevel": 0} | settings
@@ -216,7 +217,7 @@ class Agent(Program):
     def start(self) -> "Agent":
         self.write_settings()
         with open(self.stderr, "ab") as stderr:
-            self.launch([folder_of_programs / "tnagent", "-f", self.settings_file, *self.options], subprocess.DEVNULL,
+            self.launch([self.program or folder_of_programs / "tnagent", "-f", self.settings_file, *self.options], subprocess.DEVNULL,
                         self.environment(), stderr)
         return self
 
