@@ -1,5 +1,7 @@
 #include "core/host.h"
 
+#include "core/command_pipe_ops.h"
+#include "core/parent_pipes_ops.h"
 #include "core/signals.h"
 #include "platform/clock.h"
 #include "platform/errors.h"
@@ -8,6 +10,7 @@
 #include "platform/regex.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
+#include "platform/threads.h"
 #include "platform/waits.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -35,6 +38,7 @@ void use_host() {
     random_host = &random_ops_host;
     regex_host = &regex_ops_host;
     sockets_host = &sockets_ops_host;
+    threads_host = &threads_ops_host;
     waits_host = &waits_ops_host;
 
     // settings
@@ -47,6 +51,8 @@ void use_host() {
     memory_host = &memory_ops_host;
     perf_counter_host = &perf_counter_ops_host;
 
-    // the process
+    // the process and its neighbours
+    command_pipe_host = &command_pipe_ops_host;
+    parent_pipe_host = &parent_pipe_ops_host;
     signals_host = &signals_ops_host;
 }

@@ -24,9 +24,20 @@ static uint32_t process_id() {
     return GetCurrentProcessId();
 }
 
+static bool program_path(char *buffer, size_t size) {
+    DWORD length = GetModuleFileNameA(nullptr, buffer, static_cast<DWORD>(size));
+    buffer[size - 1] = '\0'; // old hosts leave a path that does not fit without an end
+    return length > 0;
+}
+
 const event_ops event_ops_host = {
     .RegisterEventSourceA = register_source,
     .ReportEventA = report,
     .DeregisterEventSource = deregister_source,
 };
-const process_ops process_ops_host = {.exit = host_exit, .GetCurrentProcessId = process_id};
+const process_ops process_ops_host = {
+    .exit = host_exit,
+    .GetCurrentProcessId = process_id,
+    .GetModuleFileNameA = program_path,
+    .program_suffix = ".exe",
+};
