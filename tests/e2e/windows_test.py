@@ -139,6 +139,16 @@ class CommandLine(WindowsTest):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertRegex(done.stderr, "(?m)^OK ")
 
+    def test_asks_a_running_agent_for_downtime(self):
+        server = self.new_server(policy=QUIET_POLICY)
+        agent = self.new_windows_agent(server).start()
+        agent.wait_for("Successful checkin")
+        done = agent.run("--down=5", "--quiet")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertRegex(done.stderr, r"(?m)^OK ")
+        agent.wait_for('handle_named_pipe Got "DOWN 5')
+        agent.wait_for("handle_named_pipe: Wrote ")
+
 
 if __name__ == "__main__":
     main()
