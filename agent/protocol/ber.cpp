@@ -309,7 +309,7 @@ const char *write_bool(io *stream, int32_t value) {
 static const char *decode_real(const char *content, double *out) {
     switch (static_cast<unsigned char>(content[0])) {
     case REAL_DECIMAL:
-        *out = atof(content + 1);
+        *out = strtod(content + 1, nullptr); // atof knows no NaN on every host
         // Zero has a form of its own. A NaN passes.
         return *out == 0.0 ? "Zero/non-zero real mismatch" : nullptr;
     case REAL_PLUS_INFINITY:

@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <numbers>
 
 class fake_checks : public testing::Test {
 protected:
@@ -96,7 +97,7 @@ TEST_F(regression, turns_once_in_an_hour_whatever_the_frequency) {
         use(TYPE_CONTINUOUS, frequency);
         int count = 3600 / frequency;
         for (int i = 0; i < 3 * count; i++) {
-            double turn = 2 * M_PI * (i % count) / count;
+            double turn = 2 * std::numbers::pi * (i % count) / count;
             EXPECT_NEAR(wave(device).value, (cos(turn) + 1.0) * 10000.0, 1.01) << frequency << " " << i;
         }
     }

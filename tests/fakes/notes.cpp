@@ -16,7 +16,7 @@ void note_text(const std::string &text) {
 
 void write_notes() {
     const char *path = getenv("TN_TEXT_NOTES");
-    FILE *file = path != nullptr ? fopen(path, "a") : nullptr;
+    FILE *file = path != nullptr ? fopen(path, "ab") : nullptr;
     if (file == nullptr)
         return;
     for (const std::string &text : notes)

@@ -1,5 +1,6 @@
 #include "fakes/test_host.h"
 
+#include "fakes/calendar.h"
 #include "fakes/notes.h"
 #include "platform/agent_log.h"
 #include "platform/clock.h"
@@ -21,12 +22,7 @@ int64_t fake_time() {
 }
 
 bool fake_localtime(int64_t time, tm *out) {
-    time_t shifted = time + the_host->zone;
-    tm *found = gmtime(&shifted);
-    if (found == nullptr)
-        return false;
-    *out = *found;
-    return true;
+    return utc_calendar(time + the_host->zone, out);
 }
 
 void fake_sleep(uint32_t milliseconds) {

@@ -2,16 +2,26 @@
 
 #include "platform/files.h"
 
+#include "fakes/temp_folder.h"
 #include "fakes/test_host.h"
 #include "platform/errors.h"
+#include "platform/version.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
+#include <optional>
+
+// Hosts number their errors differently: one number for a missing file or folder, or two.
+static bool is_missing_code(uint32_t code) {
+    return code == 2 || code == 3;
+}
+static bool is_taken_code(uint32_t code) {
+    return code == 17 || code == 80 || code == 183;
+}
 
 class files_contract : public testing::TestWithParam<const char *> {
 protected:
     test_host host;
+    std::optional<temp_folder> real_folder;
     std::string folder = "/contract";
 
     bool is_real() const { return GetParam() == std::string("real"); }
@@ -20,15 +30,10 @@ protected:
         if (is_real()) {
             files_host = &files_ops_host;
             error_host = &error_ops_host;
-            std::string name = std::filesystem::temp_directory_path() / "tarnix.XXXXXX";
-            ASSERT_NE(mkdtemp(name.data()), nullptr);
-            folder = name;
+            folder = real_folder.emplace().path;
         } else {
             ASSERT_TRUE(files_host->CreateDirectoryA(folder.c_str()));
         }
-    }
-    void TearDown() override {
-        if (is_real()) std::filesystem::remove_all(folder);
     }
 
     std::string path(const char *name) const { return folder + "/" + name; }
@@ -79,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(hosts, files_contract, testing::Values("memory", "real"
 
 TEST_P(files_contract, reading_wants_a_file) {
     EXPECT_EQ(open("x", FILE_READ), NO_FILE);
-    EXPECT_EQ(last_error(), 2U);
+    EXPECT_PRED1(is_missing_code, last_error());
     EXPECT_FALSE(is_there("x"));
 }
 
@@ -90,7 +95,7 @@ TEST_P(files_contract, writing_makes_a_file_but_no_folder) {
     EXPECT_EQ(content_of("a") + content_of("b") + content_of("c"), "123");
     for (file_mode mode : {FILE_APPEND, FILE_WRITE, FILE_REPLACE}) {
         EXPECT_EQ(open("missing/x", mode), NO_FILE);
-        EXPECT_EQ(last_error(), 2U);
+        EXPECT_PRED1(is_missing_code, last_error());
     }
 }
 
@@ -112,7 +117,7 @@ TEST_P(files_contract, facts_tell_size_and_kind) {
     ASSERT_TRUE(files_host->CreateDirectoryA(path("d").c_str()));
     EXPECT_FALSE(facts_of("d").regular);
     EXPECT_FALSE(is_there("missing"));
-    EXPECT_EQ(last_error(), 2U);
+    EXPECT_PRED1(is_missing_code, last_error());
 }
 
 TEST_P(files_contract, facts_identify_a_file) {
@@ -146,6 +151,11 @@ TEST_P(files_contract, an_open_file_outlives_its_name) {
     EXPECT_EQ(files_host->write(file, "late", 4), 4);
     file_facts open_one;
     EXPECT_TRUE(files_host->facts_of(file, &open_one));
+    if (is_real() && host_word == std::string("win32")) {
+        files_host->close(file); // only then is the name free
+        EXPECT_FALSE(is_there("a"));
+        return;
+    }
     EXPECT_FALSE(is_there("a"));
     write("a", "another");
     EXPECT_NE(facts_of("a").number, open_one.number);
@@ -157,7 +167,7 @@ TEST_P(files_contract, a_move_refuses_a_name_that_is_taken) {
     write("a", "A");
     write("b", "B");
     EXPECT_FALSE(move("a", "b"));
-    EXPECT_EQ(last_error(), 17U);
+    EXPECT_PRED1(is_taken_code, last_error());
     EXPECT_EQ(content_of("a") + content_of("b"), "AB");
     EXPECT_TRUE(move("a", "c"));
     EXPECT_EQ(content_of("a") + content_of("c"), "(none)A");
@@ -165,9 +175,9 @@ TEST_P(files_contract, a_move_refuses_a_name_that_is_taken) {
 
 TEST_P(files_contract, a_move_wants_a_file_and_a_folder) {
     EXPECT_FALSE(move("missing", "b"));
-    EXPECT_EQ(last_error(), 2U);
+    EXPECT_PRED1(is_missing_code, last_error());
     EXPECT_FALSE(replace("missing", "b"));
-    EXPECT_EQ(last_error(), 2U);
+    EXPECT_PRED1(is_missing_code, last_error());
     write("a", "A");
     EXPECT_FALSE(move("a", "missing/b"));
     EXPECT_FALSE(replace("a", "missing/b"));
@@ -185,7 +195,7 @@ TEST_P(files_contract, a_replacing_move_replaces) {
 
 TEST_P(files_contract, deleting_wants_a_file) {
     EXPECT_FALSE(files_host->DeleteFileA(path("a").c_str()));
-    EXPECT_EQ(last_error(), 2U);
+    EXPECT_PRED1(is_missing_code, last_error());
     write("a", "A");
     EXPECT_TRUE(files_host->DeleteFileA(path("a").c_str()));
     EXPECT_FALSE(is_there("a"));
@@ -193,10 +203,10 @@ TEST_P(files_contract, deleting_wants_a_file) {
 
 TEST_P(files_contract, folders_are_made_once_and_one_at_a_time) {
     EXPECT_FALSE(files_host->CreateDirectoryA(path("a/b").c_str()));
-    EXPECT_EQ(last_error(), 2U);
+    EXPECT_PRED1(is_missing_code, last_error());
     EXPECT_TRUE(files_host->CreateDirectoryA(path("a").c_str()));
     EXPECT_FALSE(files_host->CreateDirectoryA(path("a").c_str()));
-    EXPECT_EQ(last_error(), 17U);
+    EXPECT_PRED1(is_taken_code, last_error());
     EXPECT_TRUE(files_host->CreateDirectoryA(path("a/b").c_str()));
 }
 

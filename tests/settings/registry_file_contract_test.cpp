@@ -2,24 +2,30 @@
 
 #include "settings/registry_file.h"
 
+#include "fakes/temp_folder.h"
 #include "fakes/test_host.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/heap.h"
 #include "settings/scripted_places.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
+#include <optional>
 
 static constexpr const char *SETTINGS = "SOFTWARE\\Tarnix\\TNAgent";
 static constexpr const char *PRODUCT_KEY = "SOFTWARE\\Tarnix";
 static constexpr const char *VARIABLES = "TNAgent\\Variables";
 
+// One host's number for a missing folder is that for a missing file, another's its own.
+static bool is_missing_folder(const std::string &result) {
+    return result == "parent 2" || result == "parent 3";
+}
+
 class registry_file_contract : public testing::TestWithParam<const char *> {
 protected:
     test_host host;
     scripted_places places;
+    std::optional<temp_folder> real_folder;
     std::string folder = "/contract";
 
     bool is_real() const { return GetParam() == std::string("real"); }
@@ -30,9 +36,7 @@ protected:
         if (is_real()) {
             files_host = &files_ops_host;
             error_host = &error_ops_host;
-            std::string name = std::filesystem::temp_directory_path() / "tarnix.XXXXXX";
-            ASSERT_NE(mkdtemp(name.data()), nullptr);
-            folder = name;
+            folder = real_folder.emplace().path;
         } else {
             ASSERT_TRUE(files_host->CreateDirectoryA(folder.c_str()));
         }
@@ -42,7 +46,6 @@ protected:
         place(places.found.user_variables, "home/state/variables");
     }
     void TearDown() override {
-        if (is_real()) std::filesystem::remove_all(folder);
         EXPECT_EQ(host.blocks, 0);
         EXPECT_TRUE(host.open_files.empty());
     }
@@ -157,7 +160,7 @@ TEST_P(registry_file_contract, a_value_has_the_limit_of_a_registry) {
 }
 
 TEST_P(registry_file_contract, a_first_start_finds_no_folder) {
-    EXPECT_EQ(load(MACHINE_HIVE), "parent 2");
+    EXPECT_PRED1(is_missing_folder, load(MACHINE_HIVE));
 }
 
 TEST_P(registry_file_contract, a_first_start_may_find_a_folder_without_a_file) {
@@ -171,7 +174,7 @@ TEST_P(registry_file_contract, writing_makes_folder_and_file) {
     EXPECT_EQ(content_of("system/state/variables"), "host_id\t17\nname_conf\t\n");
     EXPECT_EQ(content_of("system/state/variables.new"), "(none)");
     EXPECT_EQ(load(MACHINE_HIVE), "host_id=17|name_conf=");
-    EXPECT_EQ(load(USER_HIVE), "parent 2");
+    EXPECT_PRED1(is_missing_folder, load(USER_HIVE));
 }
 
 TEST_P(registry_file_contract, each_hive_has_a_variables_file) {

@@ -80,11 +80,11 @@ static void sim_short_memory_status(memory_status *out) {
 // ---- counters: the texts that a kernel would print
 
 static std::string stat_text() {
-    int64_t ticks = the_sim->scheduler.now_ms / 10;
-    int64_t idle = ticks * the_sim->probes.idle_percent / 100;
+    long long ticks = the_sim->scheduler.now_ms / 10;
+    long long idle = ticks * the_sim->probes.idle_percent / 100;
     char text[256];
     snprintf(text, sizeof text,
-             "cpu  %ld 0 0 %ld 0 0 0 0 0 0\ncpu0 %ld 0 0 %ld 0 0 0 0 0 0\nctxt %ld\nprocesses "
+             "cpu  %lld 0 0 %lld 0 0 0 0 0 0\ncpu0 %lld 0 0 %lld 0 0 0 0 0 0\nctxt %lld\nprocesses "
              "100\nprocs_running 1\n",
              ticks - idle, idle, ticks - idle, idle, ticks * 5);
     return text;

@@ -1,5 +1,6 @@
 #include "sim/sim_services.h"
 
+#include "fakes/calendar.h"
 #include "sim/host_sim.h"
 #include "sim/sim_waitable.h"
 
@@ -13,8 +14,7 @@ static int64_t sim_time() {
 
 static bool sim_localtime(int64_t time, tm *out) {
     if (sim_fails("localtime")) return false;
-    time_t seconds = time;
-    return gmtime_r(&seconds, out) != nullptr;
+    return utc_calendar(time, out);
 }
 
 static void sim_sleep(uint32_t milliseconds) {
@@ -35,10 +35,36 @@ static uint32_t sim_last_error() {
     return the_sim->last_error;
 }
 
+// The simulated machine has the numbers of a Linux, whichever host it is simulated on.
+static const char *sim_words(uint32_t code) {
+    static constexpr struct {
+        uint32_t code;
+        const char *words;
+    } rows[] = {
+        {2, "No such file or directory"},
+        {5, "Input/output error"},
+        {9, "Bad file descriptor"},
+        {11, "Resource temporarily unavailable"},
+        {13, "Permission denied"},
+        {17, "File exists"},
+        {21, "Is a directory"},
+        {22, "Invalid argument"},
+        {24, "Too many open files"},
+        {28, "No space left on device"},
+        {32, "Broken pipe"},
+        {104, "Connection reset by peer"},
+        {105, "No buffer space available"},
+        {111, "Connection refused"},
+        {115, "Operation now in progress"},
+    };
+    for (const auto &row : rows)
+        if (row.code == code) return row.words;
+    return "unknown error";
+}
+
 static bool sim_format_message(uint32_t code, char *buffer, uint32_t size, uint32_t *out_error) {
     *out_error = 0;
-    const char *words = strerrordesc_np(static_cast<int>(code));
-    snprintf(buffer, size, "%s", words != nullptr ? words : "unknown error");
+    snprintf(buffer, size, "%s", sim_words(code));
     return true;
 }
 

@@ -170,8 +170,9 @@ static void walk(const char *what, const preparation &prepare) {
         walked++;
         judge(run, quiet, alive);
     }
-    printf("%s: made %lu calls fail, one a run; an undisturbed run has %lu, %lu of them for its settings\n",
-           what, walked, quiet.calls, quiet.first - 1);
+    printf(
+        "%s: made %llu calls fail, one a run; an undisturbed run has %llu, %llu of them for its settings\n",
+        what, 0ULL + walked, 0ULL + quiet.calls, 0ULL + quiet.first - 1);
 }
 
 TEST(every_failure, of_a_first_meeting_is_told_or_made_good) {

@@ -52,7 +52,7 @@ TEST(power_cut, ahead_of_any_change_of_the_disk_is_survived) {
         expect_whole_variables(run.sim);
         EXPECT_EQ(run.server.violations, std::vector<std::string>());
     }
-    printf("cut the power ahead of each of %lu changes\n", cuts);
+    printf("cut the power ahead of each of %llu changes\n", 0ULL + cuts);
     EXPECT_GT(cuts, 20U);
 }
 

@@ -1,0 +1,60 @@
+#include "core/host.h"
+
+#include "core/command_pipe_ops.h"
+#include "core/parent_pipes_ops.h"
+#include "core/signals.h"
+#include "platform/clock.h"
+#include "platform/crash.h"
+#include "platform/errors.h"
+#include "platform/fatal.h"
+#include "platform/files.h"
+#include "platform/regex.h"
+#include "platform/registry.h"
+#include "platform/sockets_ops.h"
+#include "platform/threads.h"
+#include "platform/waits.h"
+#include "probes/os/drives_ops.h"
+#include "probes/os/host_info_ops.h"
+#include "probes/os/memory_ops.h"
+#include "probes/os/perf_counter_ops.h"
+#include "settings/places.h"
+
+#include <windows.h>
+
+// The runtime would put the names of files in the place of words that look like patterns.
+extern "C" {
+int _dowildcard = 0;
+}
+
+void use_host() {
+    // A drive without its medium is a failed call, not a question on a screen that nobody looks at.
+    SetErrorMode(SEM_FAILCRITICALERRORS);
+
+    // platform
+    clock_host = &clock_ops_host;
+    crash_host = &crash_ops_host;
+    error_host = &error_ops_host;
+    event_host = &event_ops_host;
+    files_host = &files_ops_host;
+    process_host = &process_ops_host;
+    random_host = &random_ops_host;
+    regex_host = &regex_ops_host;
+    sockets_host = &sockets_ops_host;
+    threads_host = &threads_ops_host;
+    waits_host = &waits_ops_host;
+
+    // settings
+    places_host = &places_ops_host;
+    registry_host = &registry_ops_host;
+
+    // probes of the operating system
+    drives_host = &drives_ops_host;
+    host_info_host = &host_info_ops_host;
+    memory_host = &memory_ops_host;
+    perf_counter_host = &perf_counter_ops_host;
+
+    // the process and its neighbours
+    command_pipe_host = &command_pipe_ops_host;
+    parent_pipe_host = &parent_pipe_ops_host;
+    signals_host = &signals_ops_host;
+}
