@@ -30,7 +30,7 @@ struct command_pipe {
     int listener; // -1 for a client's end
     int stopper;  // our own connection in the backlog
     int client;
-    waitable *event;
+    waitable *event; // of the wait for a client; closed ahead of the pipe
 };
 
 static void close_file(int *file) {
@@ -40,7 +40,6 @@ static void close_file(int *file) {
 
 static void close_pipe(command_pipe *pipe) {
     if (pipe->listener >= 0) unlinkat(pipe->folder, SOCKET_NAME, 0);
-    if (pipe->event != nullptr) pipe->event->watched = -1;
     for (int *file : {&pipe->client, &pipe->stopper, &pipe->listener, &pipe->lock, &pipe->folder})
         close_file(file);
     heap_free(pipe);
