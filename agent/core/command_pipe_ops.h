@@ -21,8 +21,8 @@ enum : uint32_t {
 struct command_pipe_ops {
     // The agent's end. Only the first on a host is made; absent behind a failure.
     command_pipe *(*CreateNamedPipeA)();
-    // Waits for a client: with `event`, which is reset now and signalled then, or without one until then. False
-    // with a code.
+    // Waits for a client: with `event`, which is reset now and signalled then, or without one until then.
+    // False with a code.
     bool (*ConnectNamedPipe)(command_pipe *pipe, waitable *event);
     // One message, within a second.
     bool (*ReadFile)(command_pipe *pipe, char *buffer, size_t size, uint32_t *out_count);

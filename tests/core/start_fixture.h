@@ -38,7 +38,7 @@ inline constexpr const char *LOGFILE = "/var/log/tarnix/agent.log";
 struct start_fixture : testing::Test {
     test_host host;
     neighbours beside;
-    std::string errors; // what went to stderr
+    std::string errors;       // what went to stderr
     std::string crash_folder; // of the crash handler
 
     start_fixture() {
@@ -57,7 +57,8 @@ struct start_fixture : testing::Test {
         static const sockets_ops fake_sockets = {.WSAStartup = [](uint16_t) { return socket_start_code; }};
         sockets_host = &fake_sockets;
         socket_start_code = 0;
-        static const crash_ops fake_crash = {.install = [](const char *folder) { self->crash_folder = folder; }};
+        static const crash_ops fake_crash = {
+            .install = [](const char *folder) { self->crash_folder = folder; }};
         crash_host = &fake_crash;
         static const signals_ops fake_signals = {.install = [](const signal_events &) {}, .remove = [] {}};
         signals_host = &fake_signals;

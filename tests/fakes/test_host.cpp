@@ -31,8 +31,7 @@ void fake_sleep(uint32_t milliseconds) {
 }
 
 bool fake_random(void *buffer, size_t count) {
-    if (the_host->random)
-        return the_host->random(buffer, count);
+    if (the_host->random) return the_host->random(buffer, count);
     for (size_t i = 0; i < count; i++)
         static_cast<uint8_t *>(buffer)[i] = the_host->next_random++;
     return true;
@@ -44,10 +43,10 @@ uint32_t fake_last_error() {
 
 bool fake_format_message(uint32_t code, char *buffer, uint32_t size, uint32_t *out_error) {
     auto found = the_host->error_words.find(code);
-    std::string words = found != the_host->error_words.end() ? found->second : "system error " + std::to_string(code);
+    std::string words =
+        found != the_host->error_words.end() ? found->second : "system error " + std::to_string(code);
     *out_error = 317;
-    if (words == "(none)")
-        return false;
+    if (words == "(none)") return false;
     snprintf(buffer, size, "%s", words.c_str());
     return true;
 }
@@ -56,14 +55,12 @@ void *fake_allocate(size_t size) {
     if (the_host != nullptr && the_host->fail_allocation != 0 && --the_host->fail_allocation == 0)
         return nullptr;
     void *block = heap_ops_host.allocate(size);
-    if (the_host != nullptr)
-        the_host->blocks++;
+    if (the_host != nullptr) the_host->blocks++;
     return block;
 }
 
 void fake_release(void *block) {
-    if (block != nullptr && the_host != nullptr)
-        the_host->blocks--;
+    if (block != nullptr && the_host != nullptr) the_host->blocks--;
     heap_ops_host.release(block);
 }
 
@@ -109,8 +106,7 @@ std::string parent_of(const std::string &path) {
 }
 
 bool missing(const std::string &path) {
-    if (the_host->files.contains(path))
-        return false;
+    if (the_host->files.contains(path)) return false;
     the_host->last_error = 2;
     return true;
 }
@@ -128,10 +124,8 @@ host_file fake_open(const char *path, file_mode mode) {
     if (is_broken("open", path) || (mode == FILE_READ && missing(path)) || folder_missing(path))
         return NO_FILE;
     auto [entry, made] = the_host->files.try_emplace(path, memory_file{});
-    if (made)
-        entry->second = new_file();
-    if (mode == FILE_REPLACE)
-        entry->second.content.clear();
+    if (made) entry->second = new_file();
+    if (mode == FILE_REPLACE) entry->second.content.clear();
     size_t position = mode == FILE_APPEND ? entry->second.content.size() : 0;
     the_host->open_files[the_host->next_handle] = {path, position};
     return the_host->next_handle++;
@@ -139,8 +133,7 @@ host_file fake_open(const char *path, file_mode mode) {
 
 int64_t fake_read(host_file file, void *buffer, size_t size) {
     auto &[path, position] = the_host->open_files.at(file);
-    if (is_broken("read", path))
-        return -1;
+    if (is_broken("read", path)) return -1;
     const std::string &content = the_host->files[path].content;
     size_t count = position < content.size() ? std::min(size, content.size() - position) : 0;
     memcpy(buffer, content.data() + position, count);
@@ -149,11 +142,9 @@ int64_t fake_read(host_file file, void *buffer, size_t size) {
 }
 
 int64_t fake_write(host_file file, const void *buffer, size_t size) {
-    if (file == files_host->stderr_handle)
-        return static_cast<int64_t>(size);
+    if (file == files_host->stderr_handle) return static_cast<int64_t>(size);
     auto &[path, position] = the_host->open_files.at(file);
-    if (is_broken("write", path))
-        return -1;
+    if (is_broken("write", path)) return -1;
     std::string &content = the_host->files[path].content;
     content.resize(std::max(content.size(), position + size));
     memcpy(content.data() + position, buffer, size);
@@ -163,8 +154,7 @@ int64_t fake_write(host_file file, const void *buffer, size_t size) {
 
 bool fake_sync(host_file file) {
     const std::string &path = the_host->open_files.at(file).first;
-    if (is_broken("sync", path))
-        return false;
+    if (is_broken("sync", path)) return false;
     the_host->files[path].synced = the_host->files[path].content;
     return true;
 }
@@ -184,8 +174,7 @@ file_facts facts(const std::string &path) {
 
 bool fake_facts_of(host_file file, file_facts *out) {
     auto found = the_host->open_files.find(file);
-    if (found == the_host->open_files.end())
-        return false;
+    if (found == the_host->open_files.end()) return false;
     *out = facts(found->second.first);
     return true;
 }
@@ -195,20 +184,17 @@ bool fake_facts_at(const char *path, file_facts *out) {
         *out = facts(std::string(path) + "/");
         return true;
     }
-    if (missing(path))
-        return false;
+    if (missing(path)) return false;
     *out = facts(path);
     return true;
 }
 
 bool rename_entry(const char *from, const char *to) {
-    if (is_broken("rename", from) || missing(from) || folder_missing(to))
-        return false;
+    if (is_broken("rename", from) || missing(from) || folder_missing(to)) return false;
     the_host->files[to] = the_host->files[from];
     the_host->files.erase(from);
     for (auto &[handle, open] : the_host->open_files)
-        if (open.first == from)
-            open.first = to;
+        if (open.first == from) open.first = to;
     return true;
 }
 
@@ -221,8 +207,7 @@ bool fake_move(const char *from, const char *to) {
 }
 
 bool fake_move_replacing(const char *from, const char *to) {
-    if (!rename_entry(from, to))
-        return false;
+    if (!rename_entry(from, to)) return false;
     memory_file kept = the_host->files[to];
     kept.content = kept.synced;
     the_host->disk[to] = kept;
@@ -234,24 +219,21 @@ bool fake_move_replacing(const char *from, const char *to) {
 void keep_open_file(const std::string &path) {
     std::string hidden = "deleted " + std::to_string(the_host->files[path].number);
     for (auto &[handle, open] : the_host->open_files) {
-        if (open.first != path)
-            continue;
+        if (open.first != path) continue;
         open.first = hidden;
         the_host->files[hidden] = the_host->files[path];
     }
 }
 
 bool fake_delete(const char *path) {
-    if (is_broken("delete", path) || missing(path))
-        return false;
+    if (is_broken("delete", path) || missing(path)) return false;
     keep_open_file(path);
     the_host->files.erase(path);
     return true;
 }
 
 bool fake_create_directory(const char *path) {
-    if (is_broken("mkdir", path) || folder_missing(path))
-        return false;
+    if (is_broken("mkdir", path) || folder_missing(path)) return false;
     if (the_host->files.contains(std::string(path) + "/")) {
         the_host->last_error = 17;
         return false;
@@ -261,15 +243,13 @@ bool fake_create_directory(const char *path) {
 }
 
 int64_t fake_creation_time(const char *path) {
-    if (is_broken("open", path) || missing(path))
-        return 0;
+    if (is_broken("open", path) || missing(path)) return 0;
     return the_host->keeps_creation_times ? the_host->files[path].created : -1;
 }
 
 void fake_restart_age(const char *path) {
     auto [entry, made] = the_host->files.try_emplace(path, memory_file{});
-    if (made)
-        entry->second = new_file();
+    if (made) entry->second = new_file();
     entry->second.created = the_host->now;
 }
 
@@ -366,8 +346,7 @@ test_host::~test_host() {
 
 bool test_host::logged(int32_t level, const std::string &text) const {
     for (const logged_line &line : log)
-        if (line.level == level && line.text == text)
-            return true;
+        if (line.level == level && line.text == text) return true;
     return false;
 }
 
@@ -409,8 +388,7 @@ void test_host::cut_power() {
 
 std::string noted_failure(const char *failure) {
     std::string text = failure != nullptr ? failure : "(none)";
-    if (failure != nullptr)
-        note_text(text);
+    if (failure != nullptr) note_text(text);
     return text;
 }
 
