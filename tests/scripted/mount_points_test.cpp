@@ -46,6 +46,8 @@ TEST_F(mount_points, are_given_one_by_one) {
 
 TEST_F(mount_points, are_passed_over_where_they_do_not_fit) {
     EXPECT_EQ(paths_below("C:\\", 125), "data\\ more\\ ");
+    EXPECT_EQ(paths_below("C:\\", 201), "data\\ more\\ ");
+    EXPECT_EQ(paths_below("C:\\", 202), "data\\ " + std::string(200, 'x') + "\\ more\\ ");
     EXPECT_EQ(paths_below("E:\\", 125), "more\\ ");
     EXPECT_EQ(paths_below("E:\\", 202), std::string(200, 'x') + "\\ more\\ ");
     EXPECT_EQ(paths_below("E:\\", 201), "more\\ ");
