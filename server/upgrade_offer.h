@@ -1,6 +1,7 @@
-// Which agents are offered the upgrade: those of a lower build than its own, but not for a day behind the one
-// that has fetched it and is of a lower build nevertheless: its launcher has gone back to the old program,
-// and would do so again.
+// Which agents are offered the upgrade: those of a lower build than its own.
+//
+// One that has fetched it and is of a lower build nevertheless is left alone for a day: its launcher has gone
+// back to the old program, and would do so again.
 #pragma once
 
 #include "server/upgrade_package.h"

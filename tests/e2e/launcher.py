@@ -1,4 +1,4 @@
-"""A launcher for the end-to-end tests, with the agent that it starts."""
+"""Starts a launcher, with the agent that it starts in turn."""
 import signal
 from pathlib import Path
 

@@ -1,5 +1,4 @@
-"""An upgrade's whole way: offered by the server, fetched by the agent, swapped in by the launcher, and proven or
-taken back."""
+"""An upgrade's whole way: offered, fetched, swapped in, and proven or taken back."""
 import os
 import signal
 
