@@ -9,6 +9,7 @@
 #include "server/records.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,11 @@ struct agent_row {
     std::string hallmark;     // proven by the agent, "" for none
     std::string proposed_key; // made with the agent, but not proven yet
     bool prefer_proposed = false;
-    bool may_rekey = false;    // once, by the administrator's word
-    int64_t scanned_at = 0;    // 0 for never
-    int64_t scan_asked_at = 0; // 0 for not since the agent's start
-    std::string configured_by; // fingerprint of the policy whose checks the agent surely has
+    bool may_rekey = false;       // once, by the administrator's word
+    int64_t scanned_at = 0;       // 0 for never
+    int64_t scan_asked_at = 0;    // 0 for not since the agent's start
+    std::optional<int32_t> build; // as it has told it last
+    std::string configured_by;    // fingerprint of the policy whose checks the agent surely has
 };
 
 // Results as they arrive in one checkin.

@@ -4,10 +4,14 @@
 #include "server/session_state.h"
 #include "server/value_text.h"
 
+#include <algorithm>
+
 namespace {
 
 // A scan that was asked for and never came is asked for again after this time.
 constexpr int64_t SCAN_PATIENCE_S = 600;
+
+constexpr uint32_t PACKAGE_PIECE = 16384;
 
 bool scan_is_due(const session &s) {
     int64_t now = s.now();
@@ -40,6 +44,10 @@ bool keep_delivery(session &s, const delivery &arrived) {
     return true;
 }
 
+bool upgrade_is_due(const session &s, std::optional<int32_t> build) {
+    return s.ports.upgrade != nullptr && s.ports.upgrade->is_due(s.agent.id, build, s.now());
+}
+
 const char *answer_checkin(session &s, uint32_t tag) {
     if (!s.skew) return "a checkin without the exchange of time before it";
     record_reader reader = s.reader();
@@ -54,6 +62,7 @@ const char *answer_checkin(session &s, uint32_t tag) {
         s.scan_asked = true;
         s.enter(session_stage::scan);
     }
+    reply.upgrade = upgrade_is_due(s, s.agent.build);
     record_writer writer = s.writer();
     writer.checkin(reply);
     return writer.flush();
@@ -139,12 +148,30 @@ const char *answer_downtime(session &s, uint32_t tag) {
     return writer.flush();
 }
 
-// No upgrade is offered to anyone, so who asks for one hears nothing.
+// A piece at a time, so that a thousand downloads take no memory.
+const char *send_package(session &s, const upgrade_package &package) {
+    char piece[PACKAGE_PIECE];
+    record_writer writer = s.writer();
+    writer.begin_upgrade(package.build(), package.size());
+    for (uint32_t at = 0; at < package.size();) {
+        uint32_t count = std::min(PACKAGE_PIECE, package.size() - at);
+        if (!package.read(at, piece, count)) return "the upgrade's file has become shorter";
+        writer.upgrade_piece(piece, count);
+        at += count;
+    }
+    writer.end_upgrade();
+    return writer.flush();
+}
+
+// Who asks without having been offered one hears nothing.
 const char *answer_upgrade(session &s, uint32_t tag) {
     record_reader reader = s.reader();
-    read_upgrade_req(reader, tag);
-    return reader.failure() != nullptr ? reader.failure()
-                                       : "the agent asked for an upgrade that was not offered";
+    build_numbers asking = read_upgrade_req(reader, tag);
+    if (reader.failure() != nullptr) return reader.failure();
+    if (!upgrade_is_due(s, asking.build)) return "the agent asked for an upgrade that was not offered";
+    s.enter(session_stage::upgrade);
+    s.upgrade_under_way = true;
+    return send_package(s, s.ports.upgrade->package());
 }
 
 struct message_row {
@@ -170,6 +197,11 @@ const char *confirm_answer(session &s) {
     if (s.unsettled != 0)
         if (auto *failure = s.ports.store->settle_delivery(s.agent.id, s.unsettled)) return failure;
     s.unsettled = 0;
+    if (s.upgrade_under_way) {
+        s.ports.upgrade->note_taken(s.agent.id, s.now());
+        s.ports.observer->upgraded(s.agent, s.ports.upgrade->package().build());
+    }
+    s.upgrade_under_way = false;
     if (s.configured_now.empty()) return nullptr;
     if (auto *failure = s.ports.store->set_configured(s.agent.id, s.configured_now)) return failure;
     s.agent.configured_by = s.configured_now;

@@ -20,6 +20,8 @@ struct listener_limits {
     stream_limits opening = {.wait_ms = 20'000, .total_ms = 60'000, .bytes = 16384};
     stream_limits exchange = {.wait_ms = 60'000, .total_ms = 300'000, .bytes = 64U << 20};
     stream_limits scan = {.wait_ms = 600'000, .total_ms = 900'000, .bytes = 64U << 20};
+    // At its lowest priority, over a slow line.
+    stream_limits upgrade = {.wait_ms = 60'000, .total_ms = 1'800'000, .bytes = 16384};
     int32_t patience_ms = 5'000; // with sessions at the end
 };
 

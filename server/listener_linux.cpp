@@ -48,6 +48,8 @@ const stream_limits &limits_of(const listener_limits &limits, session_stage stag
         return limits.opening;
     case session_stage::scan:
         return limits.scan;
+    case session_stage::upgrade:
+        return limits.upgrade;
     default:
         return limits.exchange;
     }

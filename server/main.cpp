@@ -59,8 +59,12 @@ int serve(const server_options &options) {
     policy rules;
     sqlite_store store;
     listener door;
+    upgrade_package package;
+    upgrade_offer offer(&package);
     std::string address;
     if (auto *failure = load_policy(options.policy, &rules)) return trouble(failure);
+    if (!options.upgrade.empty())
+        if (auto *failure = package.open(options.upgrade, options.upgrade_build)) return trouble(failure);
     if (auto *failure = store.open(options.store)) return trouble(failure);
     if (auto *failure = door.open(options.listen, &address)) return trouble(failure);
     handle_signals(door);
@@ -71,9 +75,13 @@ int serve(const server_options &options) {
                           .rules = &rules,
                           .observer = &shower,
                           .memory = &memory,
+                          .upgrade = options.upgrade.empty() ? nullptr : &offer,
                           .clock = host_clock,
                           .random = random_fill};
     shower.say("listens at " + address + ", store " + options.store);
+    if (ports.upgrade != nullptr)
+        shower.say("offers build " + std::to_string(package.build()) + ", " + options.upgrade +
+                   ", to agents of a lower one");
     door.serve(ports, [&] {
         remove_old_results(store, rules, shower);
         shower.report_left_out();

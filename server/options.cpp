@@ -2,10 +2,12 @@
 
 #include "platform/errors.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <sstream>
 
 const char *const USAGE = R"(usage: tnserver [--listen ADDRESS:PORT] [--store FILE] [--policy FILE] [--watch]
+                [--upgrade FILE [--upgrade-build NUMBER]]
        tnserver summary [--store FILE] [--require FAMILY,FAMILY...]
        tnserver rekey [--store FILE] AGENT DOMAIN
        tnserver policy
@@ -15,6 +17,8 @@ Without a command, serves agents until it is interrupted.
   --store FILE           what is known about agents, with their keys and results
   --policy FILE          who may register and what is checked, over the built-in policy
   --watch                prints each result as it comes
+  --upgrade FILE         offers this agent program to agents of a lower build
+  --upgrade-build NUMBER its build, where the file does not name it or is to pass for another
 
 summary shows what a store holds, by family of checks. It ends with 1 when a family that is checked, or one that
 is required, has no result that is not an error.
@@ -33,6 +37,7 @@ constexpr option_row WITH_VALUE[] = {
     {"--listen", &server_options::listen},
     {"--store", &server_options::store},
     {"--policy", &server_options::policy},
+    {"--upgrade", &server_options::upgrade},
 };
 
 struct command_row {
@@ -55,6 +60,16 @@ std::vector<std::string> split_list(const std::string &text) {
     return parts;
 }
 
+const char *take_build(const std::string &text, int32_t *out) {
+    char *end = nullptr;
+    errno = 0;
+    long number = strtol(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || number < 1 || number > INT32_MAX)
+        return "--upgrade-build needs a number above 0";
+    *out = static_cast<int32_t>(number);
+    return nullptr;
+}
+
 // Takes the option at `*at` with its value, and moves there behind it.
 const char *take_option(const std::vector<std::string> &arguments, size_t *at, server_options *out) {
     const std::string &name = arguments[*at];
@@ -67,7 +82,8 @@ const char *take_option(const std::vector<std::string> &arguments, size_t *at, s
         return nullptr;
     }
     std::string list;
-    std::string *value = name == "--require" ? &list : nullptr;
+    std::string build;
+    std::string *value = name == "--require" ? &list : name == "--upgrade-build" ? &build : nullptr;
     for (const option_row &row : WITH_VALUE)
         if (name == row.name) value = &(out->*row.value);
     if (value == nullptr) return format_error("unknown option %s", name.c_str());
@@ -75,7 +91,7 @@ const char *take_option(const std::vector<std::string> &arguments, size_t *at, s
         return format_error("%s needs a value", name.c_str());
     *value = arguments[++*at];
     if (!list.empty()) out->require = split_list(list);
-    return nullptr;
+    return build.empty() ? nullptr : take_build(build, &out->upgrade_build);
 }
 
 size_t words_of(command what) {
@@ -102,6 +118,7 @@ const char *parse_options(const std::vector<std::string> &arguments, server_opti
             return failure;
     }
     if (out->what == command::help) return nullptr;
+    if (out->upgrade_build != 0 && out->upgrade.empty()) return "--upgrade-build needs --upgrade";
     if (words.size() > wanted) return format_error("\"%s\" is too much", words[wanted].c_str());
     if (words.size() < wanted) return "rekey needs the name of the agent and its domain";
     if (wanted == 2) {

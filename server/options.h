@@ -1,6 +1,7 @@
 // The command line of tnserver.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@ struct server_options {
     std::string listen = "127.0.0.1:3241";
     std::string store; // "" for the usual place
     std::string policy;
+    std::string upgrade;
+    int32_t upgrade_build = 0; // 0 for what the file names
     bool watch = false;
     std::vector<std::string> require; // families, for the summary
     std::string agent, domain;        // for rekey

@@ -170,3 +170,15 @@ void record_writer::downtime_resp(bool success, const std::string &message) {
     text(REASON_LIMIT, message.substr(0, REASON_LIMIT));
     end();
 }
+
+// Agents make no use of the number.
+void record_writer::begin_upgrade(int32_t build, uint32_t length) {
+    begin(TAG_UPGRADE_RESP);
+    integer(build);
+    if (failed == nullptr) failed = write_tag(stream, BE_STRING);
+    if (failed == nullptr) failed = write_length(stream, static_cast<int32_t>(length));
+}
+
+void record_writer::upgrade_piece(const void *bytes, size_t count) {
+    if (failed == nullptr) failed = stream->write(stream, bytes, count);
+}

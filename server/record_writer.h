@@ -25,6 +25,10 @@ public:
     void scan_resp(bool nack);
     void configure(const configure_resp &reply);
     void checkin(const checkin_resp &reply);
+    // The package follows in pieces of `length` bytes together, then its end.
+    void begin_upgrade(int32_t build, uint32_t length);
+    void upgrade_piece(const void *bytes, size_t count);
+    void end_upgrade() { end(); }
     void downtime_resp(bool success, const std::string &message);
 
     // Sends all of it. Absent, or the first failure.

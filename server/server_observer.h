@@ -18,6 +18,8 @@ struct server_observer {
     virtual void delivered(const agent_row &agent, const delivery &delivery,
                            const stored_delivery &stored) = 0;
     virtual void downtime(const agent_row &agent, int32_t minutes, int64_t until) = 0;
+    // The agent has fetched the whole upgrade.
+    virtual void upgraded(const agent_row &agent, int32_t build) = 0;
     // Someone was sent away with these words. `agent` is its name as it gave it, or empty.
     virtual void refused(const std::string &agent, const std::string &address, const std::string &reason) = 0;
     // A connection or an operation of the store has failed.

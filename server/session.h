@@ -7,6 +7,7 @@
 #include "server/memory_pool.h"
 #include "server/policy.h"
 #include "server/server_observer.h"
+#include "server/upgrade_offer.h"
 
 #include <functional>
 #include <string>
@@ -24,13 +25,14 @@ struct server_ports {
     const policy *rules = nullptr;
     server_observer *observer = nullptr;
     memory_pool *memory = nullptr;
+    upgrade_offer *upgrade = nullptr; // absent where there is none
     std::function<server_time()> clock;
     fill_function random = nullptr;
 };
 
 // How far a session has come, on which its limits depend: until the proof it is a stranger's; a scan of
-// hardware may take an agent minutes.
-enum class session_stage { opening, exchange, scan };
+// hardware may take an agent minutes, and it fetches an upgrade without haste.
+enum class session_stage { opening, exchange, scan, upgrade };
 
 // The connection, as the listener gives it. Both functions may be absent.
 struct session_link {

@@ -18,7 +18,8 @@ struct session {
     int messages = 0; // behind the opening
     std::optional<int32_t> skew;
     bool scan_asked = false;
-    int64_t unsettled = 0;      // number of the delivery whose acknowledgement is under way, or 0
+    int64_t unsettled = 0; // number of the delivery whose acknowledgement is under way, or 0
+    bool upgrade_under_way = false;
     std::string configured_now; // fingerprint of the policy whose checks are under way, or ""
 
     int64_t now() const { return ports.clock().seconds; }

@@ -3,6 +3,8 @@
 #include "platform/errors.h"
 #include "server/check_path.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <utility>
 
@@ -25,6 +27,15 @@ std::optional<std::string> severities_text(const std::vector<uint32_t> &severiti
     for (uint32_t severity : severities)
         text += static_cast<char>('0' + severity);
     return text_or_null(text);
+}
+
+// The columns hold the build in the version's text alone.
+constexpr const char *BUILD_WORD = " build ";
+
+std::optional<int32_t> build_in(const std::string &version) {
+    size_t at = version.find(BUILD_WORD);
+    if (at == std::string::npos) return std::nullopt;
+    return static_cast<int32_t>(strtol(version.c_str() + at + strlen(BUILD_WORD), nullptr, 10));
 }
 
 void save_group(database &db, int64_t agent_id, std::optional<int64_t> parent_id, const device_group &group) {
@@ -101,7 +112,7 @@ const char *sqlite_store::find_agent(const std::string &name, const std::string 
         query row(
             db,
             "SELECT id, host_id, master_key, hallmark, proposed_key, prefer_proposed, may_rekey, scanned_at,"
-            " scan_asked_at, configured_by FROM agents WHERE name = ? AND domain = ?");
+            " scan_asked_at, configured_by, version FROM agents WHERE name = ? AND domain = ?");
         if (row.with(name, domain).row()) {
             out->id = row.integer(0);
             out->host_id = row.text(1);
@@ -113,6 +124,7 @@ const char *sqlite_store::find_agent(const std::string &name, const std::string 
             out->scanned_at = row.integer(7);
             out->scan_asked_at = row.integer(8);
             out->configured_by = row.text(9);
+            out->build = build_in(row.text(10));
         }
     }
     return db.take_failure();
@@ -178,7 +190,7 @@ const char *sqlite_store::disprove_agent(const agent_row &agent) {
 const char *sqlite_store::save_host(int64_t agent_id, const build_numbers &build,
                                     const std::vector<host_line> &lines, const std::string &address,
                                     int64_t now) {
-    std::string version = std::to_string(build.major) + "." + std::to_string(build.minor) + " build " +
+    std::string version = std::to_string(build.major) + "." + std::to_string(build.minor) + BUILD_WORD +
                           std::to_string(build.build);
     std::lock_guard lock(mutex);
     transaction work(db, durability::relaxed);

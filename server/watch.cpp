@@ -95,6 +95,11 @@ void watch::downtime(const agent_row &agent, int32_t minutes, int64_t until) {
               time_text(until));
 }
 
+void watch::upgraded(const agent_row &agent, int32_t build) {
+    std::lock_guard lock(mutex);
+    print(clock(), label_of(agent), "has fetched the upgrade to build " + std::to_string(build));
+}
+
 void watch::report_left_out() {
     std::lock_guard lock(mutex);
     if (trouble_lines > TROUBLE_LINES)

@@ -146,6 +146,7 @@ class Server(Program):
         self.policy = folder / "policy.conf"
         self.policy.write_text(policy)
         self.address = (own_address(), 0)
+        self.options: tuple = ()
 
     @property
     def place(self) -> str:
@@ -155,7 +156,7 @@ class Server(Program):
         starts = self.count("listens at ")
         with open(self.log, "ab") as log:
             self.launch([folder_of_programs / "tnserver", "--listen", self.place, "--store", self.store, "--policy",
-                         self.policy, "--watch"], log)
+                         self.policy, "--watch", *self.options], log)
         wait_until(lambda: self.count("listens at ") > starts or not self.running, f"the server's start, {self.log}")
         if not self.running:
             raise AssertionError(f"the server did not start: {self.text()}")

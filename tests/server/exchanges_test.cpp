@@ -510,9 +510,7 @@ TEST_F(exchanges, grant_no_downtime_that_cannot_be_kept) {
 
 TEST_F(exchanges, close_on_who_asks_for_an_upgrade) {
     auto agent = open();
-    (*agent)->send(encode_record(wire::upgrade_req, encode_integer(34) + encode_integer(3) +
-                                                        encode_integer(8) + encode_integer(5153) +
-                                                        encode_integer(0)));
+    (*agent)->ask_upgrade();
     EXPECT_TRUE((*agent)->is_closed());
     agent->close();
     EXPECT_TRUE(observer.noted("the agent asked for an upgrade that was not offered"));

@@ -36,6 +36,23 @@ TEST(parse_options, takes_every_option) {
     EXPECT_TRUE(options.watch);
 }
 
+TEST(parse_options, offers_no_upgrade_unless_told) {
+    EXPECT_EQ(parsed({}).upgrade, "");
+    server_options options = parsed({"--upgrade", "u"});
+    EXPECT_EQ(options.upgrade, "u");
+    EXPECT_EQ(options.upgrade_build, 0);
+    EXPECT_EQ(parsed({"--upgrade-build", "2147483647", "--upgrade", "u"}).upgrade_build, 2147483647);
+}
+
+TEST(parse_options, refuses_a_build_that_is_none) {
+    for (const char *build : {"0", "-1", "x", "5x", "2147483648", "99999999999999999999"})
+        EXPECT_EQ(failure_of({"--upgrade", "u", "--upgrade-build", build}),
+                  "--upgrade-build needs a number above 0")
+            << build;
+    EXPECT_EQ(failure_of({"--upgrade-build", "5154"}), "--upgrade-build needs --upgrade");
+    EXPECT_EQ(failure_of({"--upgrade"}), "--upgrade needs a value");
+}
+
 TEST(parse_options, knows_the_commands) {
     server_options options = parsed({"summary", "--store", "s", "--require", "fs,mem"});
     EXPECT_EQ(options.what, command::summary);

@@ -124,6 +124,28 @@ TEST_F(tnserver, does_not_start_with_a_wrong_policy) {
     EXPECT_EQ(wrong.text, "tnserver: " + policy + ", line 1: \"often\" is not 10 s to 1 d\n");
 }
 
+TEST_F(tnserver, does_not_start_with_an_upgrade_that_no_agent_takes) {
+    std::string upgrade = store_path + ".upgrade";
+    std::ofstream(upgrade).close();
+    std::filesystem::resize_file(upgrade, 10485761);
+    outcome wrong = run({"--upgrade", upgrade, "--upgrade-build", "5154", "--store", store_path});
+    std::filesystem::remove(upgrade);
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.text, "tnserver: the upgrade " + upgrade +
+                              " has 10485761 bytes, and agents take 10485760 at most\n");
+}
+
+TEST_F(tnserver, tells_which_upgrade_it_offers) {
+    std::string upgrade = store_path + ".upgrade";
+    std::ofstream(upgrade) << "v.3.8.0 build 5154 on Linux";
+    program started({"--listen", "127.0.0.1:0", "--store", store_path, "--upgrade", upgrade});
+    started.read_line();
+    std::string line = started.read_line();
+    std::filesystem::remove(upgrade);
+    EXPECT_TRUE(holds(line, "offers build 5154, " + upgrade + ", to agents of a lower one")) << line;
+    EXPECT_EQ(started.end(SIGTERM), 0);
+}
+
 TEST_F(tnserver, tells_its_usage) {
     outcome help = run({"--help"});
     EXPECT_EQ(help.status, 0);

@@ -201,11 +201,18 @@ int64_t scripted_agent::ask_time(int64_t own_time) {
     return expect(wire::time_resp)[0].integer();
 }
 
+static std::string encode_build(int64_t build) {
+    return encode_integer(34) + encode_integer(3) + encode_integer(8) + encode_integer(build) +
+           encode_integer(0);
+}
+
+void scripted_agent::ask_upgrade() {
+    send(encode_record(wire::upgrade_req, encode_build(build)));
+}
+
 wire_value scripted_agent::configure(const std::string &tree, const std::string &host_info,
                                      const std::string &descriptions) {
-    std::string build =
-        encode_integer(34) + encode_integer(3) + encode_integer(8) + encode_integer(5153) + encode_integer(0);
-    send(encode_record(wire::configure_req, build + encode_record(wire::sequence, host_info) +
+    send(encode_record(wire::configure_req, encode_build(build) + encode_record(wire::sequence, host_info) +
                                                 encode_record(wire::sequence, tree) +
                                                 encode_record(wire::sequence, descriptions)));
     return expect(wire::configure_resp);

@@ -68,12 +68,14 @@ public:
 
     // Exchanges.
     int64_t ask_time(int64_t own_time); // the server's
+    void ask_upgrade();
     wire_value configure(const std::string &tree = "", const std::string &host_info = "",
                          const std::string &descriptions = "");
     void send_checkin(const std::vector<sent_result> &results);
     wire_value checkin(const std::vector<sent_result> &results);
     wire_value request_downtime(int64_t minutes);
 
+    int64_t build = 5153;
     std::string refusal;
     bool offered_key = false, offered_hallmark = false;
     int64_t offered_version = 0;

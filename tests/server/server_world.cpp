@@ -33,6 +33,10 @@ void noting_observer::downtime(const agent_row &agent, int32_t minutes, int64_t 
     note("downtime " + agent.name + " " + std::to_string(minutes) + " " + std::to_string(until));
 }
 
+void noting_observer::upgraded(const agent_row &agent, int32_t build) {
+    note("upgraded " + agent.name + " " + std::to_string(build));
+}
+
 void noting_observer::refused(const std::string &agent, const std::string &, const std::string &reason) {
     note("refused " + agent + ": " + reason);
 }

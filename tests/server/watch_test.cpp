@@ -68,6 +68,12 @@ TEST_F(watching, shows_no_value_of_an_error) {
     EXPECT_NE(printed().find("error                 -  as usual"), std::string::npos);
 }
 
+TEST_F(watching, tells_an_upgrade_to_everyone) {
+    watch shower = make(false);
+    shower.upgraded(agent, 5154);
+    EXPECT_EQ(printed(), "2001-09-09 01:46:40  web1@office     has fetched the upgrade to build 5154\n");
+}
+
 TEST_F(watching, shows_only_what_is_new) {
     watch shower = make(true);
     shower.delivered(agent, {.results = {reading, reading}}, {.fresh = {}});

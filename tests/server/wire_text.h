@@ -13,10 +13,10 @@ inline const std::string client_wants = "\x60", server_offers = "\x61", negotiat
                          negotiate_nack = "\x63", key_parameters = "\x64", sporadic_number = "\x65",
                          auth_challenge = "\x66", auth_response = "\x67", configure_req = "\x68",
                          configure_resp = "\x69", checkin_req = "\x6A", checkin_resp = "\x6B",
-                         upgrade_req = "\x6C", time_req = "\x77", time_resp = "\x78", downtime_req = "\x7E",
-                         downtime_resp = "\x7F\x1F", scan_req = "\x7F\x20", scan_resp = "\x7F\x21",
-                         private_key = "\xA1", sequence = "\x30", integer = "\x02", text = "\x04",
-                         null = "\x05", real = "\x09", enumerated = "\x0A", boolean = "\x01",
+                         upgrade_req = "\x6C", upgrade_resp = "\x6D", time_req = "\x77", time_resp = "\x78",
+                         downtime_req = "\x7E", downtime_resp = "\x7F\x1F", scan_req = "\x7F\x20",
+                         scan_resp = "\x7F\x21", private_key = "\xA1", sequence = "\x30", integer = "\x02",
+                         text = "\x04", null = "\x05", real = "\x09", enumerated = "\x0A", boolean = "\x01",
                          continuous = "\xA0", enumeration = "\xA1", real_continuous = "\xA3";
 } // namespace wire
 
