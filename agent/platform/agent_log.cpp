@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 #include <mutex>
 
 void (*agent_log_observer)(int32_t level, const char *message);
@@ -29,7 +28,8 @@ void write_line(char *line, size_t length) {
 
 void write_prefix(char *line) {
     format_ctime(time_now(), line);
-    memcpy(line + PREFIX - 2, ": ", 2);
+    line[PREFIX - 2] = ':';
+    line[PREFIX - 1] = ' ';
 }
 
 } // namespace

@@ -75,8 +75,8 @@ static const char *check_offers(const agent_config *config, const server_offers 
 
 const char *client_authenticate(io **stream, const agent_config *config) {
     if (auto *failure = send_wants(*stream, config)) return failure;
-    server_offers offers;
-    server_private_key key;
+    server_offers offers = {};
+    server_private_key key = {};
     if (auto *failure = read_offers(*stream, &offers, &key)) return failure;
     if (auto *failure = check_offers(config, offers, key)) return failure;
     if (auto *failure = write_negotiate_ack(*stream)) return failure;

@@ -200,7 +200,7 @@ const char *configure_exchange(io *stream, agent_config *config, bool scan) {
     if (scan && hwscan_supported)
         if (auto *failure = announce_scan(stream)) return failure;
     if (auto *failure = send_configure_req(stream, scan)) return failure;
-    configure_resp response;
+    configure_resp response = {};
     if (auto *failure = open_response(stream, &response)) return failure;
     config->checkin_freq = response.checkinFrequency;
     take_host_id(config, text_guard(response.id));
