@@ -189,6 +189,14 @@ TEST_F(program_folder, takes_an_upgrade_without_trial_where_there_is_nothing_to_
     EXPECT_TRUE(has_told(true, "cannot copy /usr/bin/tnagent: system error 2"));
 }
 
+TEST_F(program_folder, takes_no_folder_for_a_program) {
+    put("tnagent", "old");
+    put("upgrade/", "");
+    EXPECT_FALSE(upgrade_waits());
+    EXPECT_FALSE(choose().trial);
+    EXPECT_EQ(content("tnagent"), "old");
+}
+
 TEST_F(program_folder, gives_a_mark_that_makes_no_sense_all_its_starts) {
     for (const char *mark : {"", "x", "/", ":"}) {
         put("tnagent", "new");

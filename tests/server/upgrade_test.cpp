@@ -6,6 +6,7 @@
 
 #include "fakes/test_host.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
@@ -204,6 +205,17 @@ TEST_F(upgrade, goes_out_once_a_connection) {
     (*agent)->expect(wire::upgrade_resp);
     (*agent)->ask_upgrade();
     EXPECT_TRUE((*agent)->is_closed());
+}
+
+TEST_F(upgrade, is_told_once_however_the_connection_goes_on) {
+    offer("program");
+    auto agent = open();
+    (*agent)->ask_upgrade();
+    (*agent)->expect(wire::upgrade_resp);
+    (*agent)->ask_time(now);
+    (*agent)->ask_time(now);
+    agent->close();
+    EXPECT_EQ(std::count(observer.notes.begin(), observer.notes.end(), "upgraded web1 5154"), 1);
 }
 
 TEST_F(upgrade, ends_the_connection_where_the_file_has_become_shorter) {
