@@ -13,14 +13,15 @@ const crash_ops *crash_host;
 
 namespace {
 
-constexpr size_t PATH_SIZE = 260;
+constexpr size_t PATH_SIZE = 260;    // of a dump
+constexpr size_t FOLDER_SIZE = 1024; // of the program
 constexpr size_t MESSAGE_SIZE = 520 + 1;
 constexpr const char *DETECTED =
     "An application error has been detected. Please report this error and submit the dump "
     "file in '%s' along with your error report";
 
 void (*callback)(const char *text);
-char core_message[MESSAGE_SIZE]; // made ahead of the fault
+char core_message[FOLDER_SIZE + MESSAGE_SIZE]; // made ahead of the fault
 
 struct dump_result {
     char message[MESSAGE_SIZE];
@@ -29,14 +30,14 @@ struct dump_result {
 
 } // namespace
 
-static void program_folder(char out[PATH_SIZE]) {
-    if (!process_host->GetModuleFileNameA(out, PATH_SIZE)) out[0] = '\0';
+static void program_folder(char out[FOLDER_SIZE]) {
+    if (!process_host->GetModuleFileNameA(out, FOLDER_SIZE)) out[0] = '\0';
     const_cast<char *>(file_name_of(out))[0] = '\0';
 }
 
 void install_crash_handler(void (*told)(const char *text)) {
-    char folder[PATH_SIZE];
-    char core[PATH_SIZE + 8];
+    char folder[FOLDER_SIZE];
+    char core[FOLDER_SIZE + 8];
     callback = told;
     program_folder(folder);
     snprintf(core, sizeof core, "%score", folder);

@@ -91,7 +91,7 @@ static bool exit_code_of(waitable *object, uint32_t *out) {
 // Its end is told by the descriptor, not by a join, which belongs to the close.
 static void wait_for_end(waitable *object) {
     static constexpr uint32_t LONG = 3600 * 1000;
-    while (waits_ops_host.WaitForMultipleObjects(1, &object, LONG) != 0) {
+    while (waits_ops_host.WaitForMultipleObjects(1, &object, LONG) == WAIT_OBJECT_TIMEOUT) {
     }
 }
 

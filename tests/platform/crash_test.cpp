@@ -139,6 +139,12 @@ TEST_F(crash, on_a_host_that_writes_cores_tells_where_one_lands) {
     expect_told(detected("/opt/agent/core"));
 }
 
+TEST_F(crash, knows_a_folder_with_a_long_name) {
+    host.program = "/" + std::string(600, 'x') + "/tnagent";
+    install_crash_handler(crash_message);
+    EXPECT_EQ(folder, "/" + std::string(600, 'x') + "/");
+}
+
 TEST_F(crash, without_a_path_of_the_program_names_the_working_directory) {
     host.program = "";
     install_crash_handler(crash_message);
