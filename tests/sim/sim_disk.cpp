@@ -227,6 +227,12 @@ static bool sim_delete(const char *path) {
     return true;
 }
 
+static bool sim_make_executable(const char *path) {
+    if (fails("chmod", path, CODE_INPUT_OUTPUT) || find_name(path) == nullptr) return false;
+    the_sim->disk.names[path]->executable = true;
+    return true;
+}
+
 static bool sim_create_directory(const char *path) {
     if (fails("mkdir", path, CODE_NO_SPACE) || !has_folder(path)) return false;
     if (the_sim->disk.has(path)) {
@@ -264,6 +270,7 @@ const files_ops sim_files = {
     .MoveFileExA = sim_move_replacing,
     .DeleteFileA = sim_delete,
     .CreateDirectoryA = sim_create_directory,
+    .make_executable = sim_make_executable,
     .creation_time = sim_creation_time,
     .restart_age = sim_restart_age,
 };

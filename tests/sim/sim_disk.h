@@ -19,6 +19,7 @@ struct sim_inode {
     std::string content;
     std::string synced;
     int64_t created;
+    bool executable = false;
 };
 
 struct sim_open_file {

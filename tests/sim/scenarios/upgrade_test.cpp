@@ -35,6 +35,7 @@ struct self_upgrade : scenario {
 TEST_F(self_upgrade, is_fetched_placed_and_told_and_waits_for_the_launcher) {
     make_ready();
     EXPECT_EQ(sim.disk.get(PLACED), server.package);
+    EXPECT_TRUE(sim.disk.names[PLACED]->executable);
     EXPECT_FALSE(sim.disk.has("download.tmp"));
     EXPECT_EQ(sim.launcher.reports, "\x02\x01");
     EXPECT_TRUE(sim.logged(1, "Server has an upgrade, downloading ..."));
@@ -163,6 +164,15 @@ TEST_F(self_upgrade, that_cannot_be_written_fails_and_is_made_good) {
         sim.disk.broken.clear();
         ASSERT_TRUE(logs("Download complete")) << operation;
     }
+}
+
+TEST_F(self_upgrade, that_cannot_be_made_a_program_is_not_placed) {
+    server.upgrade_available = true;
+    sim.disk.broken = {{"chmod", {{"download.tmp", 13}}}};
+    start();
+    ASSERT_TRUE(logs("Download failed"));
+    EXPECT_TRUE(sim.logged(3, "Error moving file: Permission denied"));
+    EXPECT_FALSE(sim.disk.has(PLACED));
 }
 
 TEST_F(self_upgrade, that_cannot_be_moved_says_why) {
