@@ -131,8 +131,8 @@ TEST_F(tnserver, does_not_start_with_an_upgrade_that_no_agent_takes) {
     outcome wrong = run({"--upgrade", upgrade, "--upgrade-build", "5154", "--store", store_path});
     std::filesystem::remove(upgrade);
     EXPECT_EQ(wrong.status, 2);
-    EXPECT_EQ(wrong.text, "tnserver: the upgrade " + upgrade +
-                              " has 10485761 bytes, and agents take 10485760 at most\n");
+    EXPECT_EQ(wrong.text,
+              "tnserver: the upgrade " + upgrade + " has 10485761 bytes, and agents take 10485760 at most\n");
 }
 
 TEST_F(tnserver, tells_which_upgrade_it_offers) {
