@@ -15,6 +15,9 @@ enum file_mode {
     FILE_REPLACE, // emptied or made, readable by its owner alone
 };
 
+// What a position counts from.
+enum file_origin { FILE_START, FILE_END };
+
 struct file_facts {
     bool regular;
     uint64_t volume; // with `number` the identity of the file on this host
@@ -30,6 +33,10 @@ struct files_ops {
     // The count that came, 0 at the end, -1 on failure.
     int64_t (*read)(host_file file, void *buffer, size_t size);
     int64_t (*write)(host_file file, const void *buffer, size_t size);
+    // Moves to `offset` bytes from the origin; a file may be longer than 32 bits can say.
+    bool (*seek64)(host_file file, int64_t offset, file_origin origin);
+    // Where the next read starts, -1 on failure.
+    int64_t (*tell64)(host_file file);
     bool (*sync)(host_file file);
     bool (*close)(host_file file);
     bool (*facts_of)(host_file file, file_facts *out);

@@ -38,6 +38,14 @@ static int64_t host_write(host_file file, const void *buffer, size_t size) {
     return written;
 }
 
+static bool host_seek(host_file file, int64_t offset, file_origin origin) {
+    return lseek(static_cast<int>(file), offset, origin == FILE_START ? SEEK_SET : SEEK_END) >= 0;
+}
+
+static int64_t host_tell(host_file file) {
+    return lseek(static_cast<int>(file), 0, SEEK_CUR);
+}
+
 static bool host_sync(host_file file) {
     return fsync(static_cast<int>(file)) == 0;
 }
@@ -126,6 +134,8 @@ const files_ops files_ops_host = {
     .open = host_open,
     .read = host_read,
     .write = host_write,
+    .seek64 = host_seek,
+    .tell64 = host_tell,
     .sync = host_sync,
     .close = host_close,
     .facts_of = facts_of,

@@ -65,6 +65,18 @@ static int64_t host_write(host_file file, const void *buffer, size_t size) {
     return WriteFile(handle_of(file), buffer, length_of(size), &written, nullptr) ? int64_t{written} : -1;
 }
 
+static bool host_seek(host_file file, int64_t offset, file_origin origin) {
+    LARGE_INTEGER distance;
+    distance.QuadPart = offset;
+    return SetFilePointerEx(handle_of(file), distance, nullptr, origin == FILE_START ? FILE_BEGIN : FILE_END);
+}
+
+static int64_t host_tell(host_file file) {
+    LARGE_INTEGER nowhere = {};
+    LARGE_INTEGER position;
+    return SetFilePointerEx(handle_of(file), nowhere, &position, FILE_CURRENT) ? position.QuadPart : -1;
+}
+
 static bool host_sync(host_file file) {
     return FlushFileBuffers(handle_of(file));
 }
@@ -147,6 +159,8 @@ const files_ops files_ops_host = {
     .open = host_open,
     .read = host_read,
     .write = host_write,
+    .seek64 = host_seek,
+    .tell64 = host_tell,
     .sync = host_sync,
     .close = host_close,
     .facts_of = facts_of,

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 enum registry_hive { USER_HIVE, MACHINE_HIVE };
-enum registry_access { REGISTRY_QUERY, REGISTRY_WRITE };
+enum registry_access { REGISTRY_QUERY, REGISTRY_READ, REGISTRY_WRITE }; // READ lists the keys below, too
 
 inline constexpr uint32_t REGISTRY_VALUE_LIMIT = 1024; // bytes of a value that is read, its end included
 
@@ -24,6 +24,8 @@ struct registry_ops {
     uint32_t (*RegSetValueExA)(registry_key *key, const char *name, const char *value, uint32_t size);
     uint32_t (*RegQueryInfoKeyA)(registry_key *key, uint32_t *out_count);
     uint32_t (*RegEnumValueA)(registry_key *key, uint32_t index, char *name, uint32_t size);
+    // The name of a key below. Optional: absent where no key has any.
+    uint32_t (*RegEnumKeyExA)(registry_key *key, uint32_t index, char *name, uint32_t size);
     // Brings what was set to storage. Optional: absent where each value gets there by itself.
     uint32_t (*RegFlushKey)(registry_key *key);
     void (*RegCloseKey)(registry_key *key);

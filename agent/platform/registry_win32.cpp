@@ -19,8 +19,8 @@ static uint32_t open_key(registry_hive hive, const char *path, registry_access a
     key_guard key(heap_new<registry_key>());
     if (key == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     key->access = access;
-    REGSAM wanted = access == REGISTRY_QUERY ? KEY_READ : KEY_READ | KEY_WRITE;
-    auto status = static_cast<uint32_t>(RegOpenKeyExA(root_of(hive), path, 0, wanted, &key->handle));
+    static constexpr REGSAM wanted[] = {KEY_QUERY_VALUE, KEY_READ, KEY_READ | KEY_WRITE};
+    auto status = static_cast<uint32_t>(RegOpenKeyExA(root_of(hive), path, 0, wanted[access], &key->handle));
     if (status == ERROR_SUCCESS) *out = key.release();
     return status;
 }
@@ -32,7 +32,7 @@ static uint32_t create_key(registry_key *parent, const char *path, registry_key 
     if (key == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
     key->access = parent->access;
     LSTATUS status = ERROR_SUCCESS;
-    if (parent->access == REGISTRY_QUERY)
+    if (parent->access != REGISTRY_WRITE)
         status = RegOpenKeyExA(parent->handle, path, 0, KEY_ALL_ACCESS, &key->handle);
     else
         status = RegCreateKeyExA(parent->handle, path, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
@@ -68,6 +68,12 @@ static uint32_t enumerate_value(registry_key *key, uint32_t index, char *name, u
         RegEnumValueA(key->handle, index, name, &length, nullptr, nullptr, nullptr, nullptr));
 }
 
+static uint32_t enumerate_key(registry_key *key, uint32_t index, char *name, uint32_t size) {
+    DWORD length = size;
+    return static_cast<uint32_t>(
+        RegEnumKeyExA(key->handle, index, name, &length, nullptr, nullptr, nullptr, nullptr));
+}
+
 static void close_key(registry_key *key) {
     RegCloseKey(key->handle);
     heap_free(key);
@@ -80,5 +86,6 @@ const registry_ops registry_ops_host = {
     .RegSetValueExA = set_value,
     .RegQueryInfoKeyA = query_info,
     .RegEnumValueA = enumerate_value,
+    .RegEnumKeyExA = enumerate_key,
     .RegCloseKey = close_key,
 };

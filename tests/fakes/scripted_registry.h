@@ -56,6 +56,17 @@ struct scripted_registry {
         return keys[{scripted_key::of(key)->hive, scripted_key::of(key)->path}];
     }
 
+    // The names of the keys right below one.
+    std::vector<std::string> keys_below(registry_key *key) const {
+        const scripted_key *above = scripted_key::of(key);
+        std::vector<std::string> names;
+        for (const auto &[place, unused] : keys)
+            if (place.first == above->hive && place.second.starts_with(above->path + "\\") &&
+                place.second.find('\\', above->path.size() + 1) == std::string::npos)
+                names.push_back(place.second.substr(above->path.size() + 1));
+        return names;
+    }
+
     // A text with its terminator, as programs store it.
     void set(registry_hive hive, const std::string &path, const std::string &name, const std::string &text) {
         scripted_key key = {hive, path, REGISTRY_WRITE};
@@ -77,6 +88,7 @@ struct scripted_registry {
 inline constexpr uint32_t REGISTRY_NOT_FOUND = 2;
 inline constexpr uint32_t REGISTRY_DENIED = 5;
 inline constexpr uint32_t REGISTRY_MORE_DATA = 234;
+inline constexpr uint32_t REGISTRY_NO_MORE_ITEMS = 259;
 
 inline const registry_ops scripted_registry::ops = {
     .RegOpenKeyExA = [](registry_hive hive, const char *path, registry_access access,
@@ -91,7 +103,7 @@ inline const registry_ops scripted_registry::ops = {
         if (the_registry->fails("create")) return REGISTRY_DENIED;
         std::string whole = parent->path + "\\" + path;
         bool there = the_registry->find(parent->hive, whole) != nullptr;
-        if (!there && parent->access == REGISTRY_QUERY) return REGISTRY_DENIED;
+        if (!there && parent->access != REGISTRY_WRITE) return REGISTRY_DENIED;
         the_registry->keys[{parent->hive, whole}]; // makes it where it is missing
         *out = the_registry->open(parent->hive, whole, parent->access);
         return 0;
@@ -126,6 +138,14 @@ inline const registry_ops scripted_registry::ops = {
         const auto &values = the_registry->values_of(key);
         if (index >= values.size() || values[index].first.size() >= size) return REGISTRY_NOT_FOUND;
         strcpy(name, values[index].first.c_str());
+        return 0;
+    },
+    .RegEnumKeyExA = [](registry_key *key, uint32_t index, char *name, uint32_t size) -> uint32_t {
+        if (the_registry->fails("enum_key")) return REGISTRY_DENIED;
+        std::vector<std::string> names = the_registry->keys_below(key);
+        if (index >= names.size()) return REGISTRY_NO_MORE_ITEMS;
+        if (names[index].size() >= size) return REGISTRY_MORE_DATA;
+        strcpy(name, names[index].c_str());
         return 0;
     },
     .RegCloseKey =

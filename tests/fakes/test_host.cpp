@@ -152,6 +152,23 @@ int64_t fake_write(host_file file, const void *buffer, size_t size) {
     return static_cast<int64_t>(size);
 }
 
+bool fake_seek(host_file file, int64_t offset, file_origin origin) {
+    auto &[path, position] = the_host->open_files.at(file);
+    if (is_broken("seek", path)) return false;
+    if (origin == FILE_END) offset += static_cast<int64_t>(the_host->files[path].content.size());
+    if (offset < 0) {
+        the_host->last_error = 22;
+        return false;
+    }
+    position = static_cast<size_t>(offset);
+    return true;
+}
+
+int64_t fake_tell(host_file file) {
+    auto &[path, position] = the_host->open_files.at(file);
+    return is_broken("tell", path) ? -1 : static_cast<int64_t>(position);
+}
+
 bool fake_sync(host_file file) {
     const std::string &path = the_host->open_files.at(file).first;
     if (is_broken("sync", path)) return false;
@@ -293,6 +310,8 @@ const files_ops fake_files = {
     .open = fake_open,
     .read = fake_read,
     .write = fake_write,
+    .seek64 = fake_seek,
+    .tell64 = fake_tell,
     .sync = fake_sync,
     .close = fake_close,
     .facts_of = fake_facts_of,

@@ -63,6 +63,29 @@ TEST_F(windows_registry, gives_back_a_value_with_its_end) {
     ops->RegCloseKey(key);
 }
 
+TEST_F(windows_registry, lists_the_keys_below_one_that_is_open_for_reading) {
+    registry_key *above = open_for_writing();
+    registry_key *below = nullptr;
+    EXPECT_EQ(ops->RegCreateKeyExA(above, "Below", &below), 0U);
+    ops->RegCloseKey(below);
+    ops->RegCloseKey(above);
+    above = open(MACHINE_HIVE, REGISTRY_READ);
+    char name[16];
+    EXPECT_EQ(ops->RegEnumKeyExA(above, 0, name, sizeof name), 0U);
+    EXPECT_STREQ(name, "Below");
+    EXPECT_EQ(ops->RegEnumKeyExA(above, 0, name, 5), uint32_t{ERROR_MORE_DATA});
+    EXPECT_EQ(ops->RegEnumKeyExA(above, 1, name, sizeof name), uint32_t{ERROR_NO_MORE_ITEMS});
+    ops->RegCloseKey(above);
+}
+
+TEST_F(windows_registry, lists_no_keys_where_only_values_were_asked_for) {
+    ops->RegCloseKey(open_for_writing());
+    registry_key *above = open(MACHINE_HIVE, REGISTRY_QUERY);
+    char name[16];
+    EXPECT_EQ(ops->RegEnumKeyExA(above, 0, name, sizeof name), uint32_t{ERROR_ACCESS_DENIED});
+    ops->RegCloseKey(above);
+}
+
 TEST_F(windows_registry, refuses_a_value_that_does_not_fit) {
     registry_key *key = open_for_writing();
     std::string fits(REGISTRY_VALUE_LIMIT - 1, 'v');

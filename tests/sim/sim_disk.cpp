@@ -10,6 +10,7 @@ static constexpr uint32_t CODE_INPUT_OUTPUT = 5;
 static constexpr uint32_t CODE_BAD_FILE = 9;
 static constexpr uint32_t CODE_EXISTS = 17;
 static constexpr uint32_t CODE_IS_FOLDER = 21;
+static constexpr uint32_t CODE_INVALID = 22;
 static constexpr uint32_t CODE_TOO_MANY_FILES = 24;
 static constexpr uint32_t CODE_NO_SPACE = 28;
 
@@ -158,6 +159,24 @@ static int64_t sim_write(host_file file, const void *buffer, size_t size) {
     return static_cast<int64_t>(size);
 }
 
+static bool sim_seek(host_file file, int64_t offset, file_origin origin) {
+    sim_open_file *open = find_open(file);
+    if (open == nullptr || fails("seek", open->path, CODE_INPUT_OUTPUT)) return false;
+    int64_t position = offset + (origin == FILE_END ? static_cast<int64_t>(open->inode->content.size()) : 0);
+    if (position < 0) {
+        the_sim->last_error = CODE_INVALID;
+        return false;
+    }
+    open->position = static_cast<size_t>(position);
+    return true;
+}
+
+static int64_t sim_tell(host_file file) {
+    const sim_open_file *open = find_open(file);
+    if (open == nullptr || fails("tell", open->path, CODE_INPUT_OUTPUT)) return -1;
+    return static_cast<int64_t>(open->position);
+}
+
 static bool sim_sync(host_file file) {
     const sim_open_file *open = find_open(file);
     if (open == nullptr || fails("sync", open->path, CODE_INPUT_OUTPUT)) return false;
@@ -262,6 +281,8 @@ const files_ops sim_files = {
     .open = sim_open,
     .read = sim_read,
     .write = sim_write,
+    .seek64 = sim_seek,
+    .tell64 = sim_tell,
     .sync = sim_sync,
     .close = sim_close,
     .facts_of = sim_facts_of,

@@ -1,0 +1,23 @@
+// The walk of a log entry through rules: the first rule whose clause matches reports the entry, drops it, or
+// sends it through the rules of another log check.
+//
+// The checks below "/forward" have no log of their own: they hold rules that several logs share.
+#pragma once
+
+#include "devtree/devtree.h"
+
+// On the way from the walk's start to the check at hand, the nearest one first. Lives as long as the calls.
+struct walk_link {
+    const devnode *device;
+    const walk_link *previous;
+};
+
+// Whether the entry was handled: a rule ended the walk, or the entry came back to a check on its way. The
+// entry is neither changed nor kept; `chain` is absent at the start.
+bool log_rule_walk(const char *entry, devnode *device, const walk_link *chain);
+
+// The same from the start, for a reader of entries.
+bool log_entry_walk(const char *entry, devnode *device);
+
+// Finds the target of every rule that forwards, below the whole log group.
+void log_rule_resolve(devtree *log_group, devtree *forward_group);
