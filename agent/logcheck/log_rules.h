@@ -10,7 +10,13 @@
 struct walk_link {
     const devnode *device;
     const walk_link *previous;
+    uint32_t depth; // of the walks on the way, 1 for the first
 };
+
+// A server could let one entry wander without end, or deeper than the stack reaches. Behind as many walks, or
+// at such a depth, which no sound set of rules comes near, a target counts as missing.
+inline constexpr uint32_t WALK_LIMIT = 65'536; // for one entry
+inline constexpr uint32_t WALK_DEPTH_LIMIT = 1'000;
 
 // Whether the entry was handled: a rule ended the walk, or the entry came back to a check on its way. The
 // entry is neither changed nor kept; `chain` is absent at the start.

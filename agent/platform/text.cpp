@@ -37,10 +37,23 @@ uint32_t text_hash(const char *text) {
     return hash;
 }
 
+char to_lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 char *text_to_lower(char *text) {
     for (char *c = text; *c != '\0'; c++)
-        if (*c >= 'A' && *c <= 'Z') *c = static_cast<char>(*c - 'A' + 'a');
+        *c = to_lower(*c);
     return text;
+}
+
+bool text_equal_folded(const char *a, const char *b) {
+    if (a == nullptr || b == nullptr) return false;
+    while (*a != '\0' && to_lower(*a) == to_lower(*b)) {
+        a++;
+        b++;
+    }
+    return to_lower(*a) == to_lower(*b);
 }
 
 void copy_bounded(char *target, const char *source, size_t size) {

@@ -14,10 +14,16 @@ char *text_copy_part(const char *text, size_t length);
 void text_replace(char **slot, char *text);
 
 bool text_equal(const char *a, const char *b);
+// Without regard to the case of A to Z.
+bool text_equal_folded(const char *a, const char *b);
+
 bool text_starts_with(const char *text, const char *start);
 
 // The same number for equal texts, and seldom for others: for tables that find a record by its key.
 uint32_t text_hash(const char *text);
+
+// Lowers A to Z, whatever the locale.
+char to_lower(char c);
 
 // Lowers A to Z in place and returns the text.
 char *text_to_lower(char *text);

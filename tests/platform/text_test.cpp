@@ -78,6 +78,16 @@ TEST(text_hash, is_the_published_one) {
     EXPECT_EQ(text_hash("\xFF"), (0x811C9DC5U ^ 0xFFU) * 16777619U); // whatever the sign of a char
 }
 
+TEST(text_equal_folded, folds_the_case_of_letters_alone) {
+    EXPECT_TRUE(text_equal_folded("EventLog", "eVENTlOG"));
+    EXPECT_FALSE(text_equal_folded("eventlog", "eventlogs"));
+    EXPECT_FALSE(text_equal_folded("eventlogs", "eventlog"));
+    EXPECT_FALSE(text_equal_folded("[", "{"));
+    EXPECT_FALSE(text_equal_folded("\xC4", "\xE4"));
+    EXPECT_FALSE(text_equal_folded(nullptr, ""));
+    EXPECT_FALSE(text_equal_folded("", nullptr));
+}
+
 TEST(text_to_lower, lowers_letters_in_place_and_nothing_else) {
     char text[] = "AbZ@[`{\xC4 9";
     EXPECT_EQ(text_to_lower(text), text);
