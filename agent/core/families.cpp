@@ -3,6 +3,7 @@
 #include "core/os_arch.h"
 #include "core/upgrade.h"
 #include "devtree/check_table.h"
+#include "logcheck/log_scan.h"
 #include "platform/fatal.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
@@ -20,7 +21,7 @@ static check_entry rows[] = {
     {"ifthrough", nullptr, nullptr, 0},
     {"ifevents", nullptr, nullptr, 0},
     {"custom", nullptr, nullptr, 0},
-    {"log", nullptr, nullptr, CHECK_SELF_QUEUE},
+    {"log", scan_log, nullptr, CHECK_SELF_QUEUE},
     {"scm", nullptr, nullptr, 0},
     {"perf", nullptr, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
