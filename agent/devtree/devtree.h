@@ -66,7 +66,8 @@ struct lognode {
     int64_t warningSilence; // seconds, -1 for off
     int64_t alertSilence;
     logrule *rules;
-    rule_index *index; // private to the walk of the rules
+    int64_t activity_stored; // the time of activity that stands in its variable, 0 where that is not known
+    rule_index *index;       // private to the walk of the rules
     void (*index_free)(rule_index *index);
 };
 

@@ -94,6 +94,13 @@ static void report_cycle(const char *entry, devnode *device, const walk_link *ch
     agent_log(LOG_WARNING, "Log forwarding cycle detected: %s", path.get());
 }
 
+// Once a second does: a log may report thousands of entries in one.
+static void end_silence(devnode *device, int64_t now) {
+    if (device->lognode->activity_stored == now) return;
+    log_silence_reset(device, now, STATUS_GOOD);
+    device->lognode->activity_stored = now;
+}
+
 bool rule_is_silent(const logrule *rule) {
     return rule->status == STATUS_GOOD && rule->decision == DECISION_QUIET;
 }
@@ -106,7 +113,7 @@ static void report_match(const logrule *rule, uint32_t number, const char *entry
     char *text = nullptr;
     if (rule->decision == DECISION_LOG) {
         text = text_for_result(entry);
-        log_silence_reset(device, now, STATUS_GOOD);
+        end_silence(device, now);
     }
     report(device, now, rule->status, text);
 }

@@ -58,6 +58,23 @@ static void look_at(literal_search *search, uint16_t index) {
     }
 }
 
+// How seldom a byte is met in a log: by its place in what is met most, and anything else least.
+static size_t rarity(char byte) {
+    static constexpr char common[] = " eatinosr0123456789dlcu:.-/pmhg[]f\",_bvw(=)kyTEASMNx";
+    const char *found = strchr(common, byte);
+    return found != nullptr ? static_cast<size_t>(found - common) : sizeof common;
+}
+
+static void choose_places(regex_literal *literal) {
+    literal->one = literal->other = 0;
+    for (size_t i = 1; i < literal->length; i++)
+        if (rarity(literal->bytes[i]) > rarity(literal->bytes[literal->one])) literal->one = i;
+    if (literal->one == 0) literal->other = literal->length - 1;
+    for (size_t i = 0; i < literal->length; i++)
+        if (i != literal->one && rarity(literal->bytes[i]) > rarity(literal->bytes[literal->other]))
+            literal->other = i;
+}
+
 regex_literal regex_literal_of(const char *pattern) {
     regex_tree tree;
     if (!regex_tree_parse(pattern, &tree)) return {};
@@ -65,6 +82,7 @@ regex_literal regex_literal_of(const char *pattern) {
     look_at(&search, tree.root);
     end_run(&search);
     regex_tree_free(&tree);
+    choose_places(&search.best);
     return search.best;
 }
 
@@ -80,22 +98,29 @@ static bool any_set(const byte_vector &mask) {
     return (halves[0] | halves[1]) != 0;
 }
 
-static bool occurs_among(const regex_literal *literal, const char *text, size_t count) {
-    for (size_t i = 0; i < count; i++)
-        if (memcmp(text + i, literal->bytes, literal->length) == 0) return true;
+static bool occurs_at(const regex_literal *literal, const char *text) {
+    return memcmp(text, literal->bytes, literal->length) == 0;
+}
+
+static bool occurs_among(const regex_literal *literal, const char *text, const byte_vector &hits) {
+    for (size_t i = 0; i < sizeof hits; i++)
+        if (hits[i] != 0 && occurs_at(literal, text + i)) return true;
     return false;
 }
 
-// Sixteen places at a time, by the first and the last byte.
+// Sixteen places at a time, by two of the bytes.
 bool literal_occurs(const regex_literal *literal, const char *text, size_t length) {
     if (length < literal->length) return false;
-    size_t places = length - literal->length + 1, behind = literal->length - 1, at = 0;
+    size_t places = length - literal->length + 1, at = 0;
     const byte_vector none = {};
-    const byte_vector first = none + static_cast<unsigned char>(literal->bytes[0]);
-    const byte_vector last = none + static_cast<unsigned char>(literal->bytes[behind]);
+    const byte_vector one = none + static_cast<unsigned char>(literal->bytes[literal->one]);
+    const byte_vector other = none + static_cast<unsigned char>(literal->bytes[literal->other]);
     for (; at + sizeof(byte_vector) <= places; at += sizeof(byte_vector)) {
-        byte_vector hits = (load(text + at) == first) & (load(text + at + behind) == last);
-        if (any_set(hits) && occurs_among(literal, text + at, sizeof(byte_vector))) return true;
+        byte_vector hits =
+            (load(text + at + literal->one) == one) & (load(text + at + literal->other) == other);
+        if (any_set(hits) && occurs_among(literal, text + at, hits)) return true;
     }
-    return occurs_among(literal, text + at, places - at);
+    for (; at < places; at++)
+        if (occurs_at(literal, text + at)) return true;
+    return false;
 }

@@ -8,7 +8,8 @@ inline constexpr size_t LITERAL_LIMIT = 32;
 
 struct regex_literal {
     char bytes[LITERAL_LIMIT];
-    size_t length; // 0 for none
+    size_t length;     // 0 for none
+    size_t one, other; // the places of the two bytes that are seldom met elsewhere
 };
 
 // The longest such bytes; the first ones of those that are longer than the limit.

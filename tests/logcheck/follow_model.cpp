@@ -97,7 +97,7 @@ void log_model::store() {
 bool log_model::check(const std::optional<std::string> &file) {
     entries.clear();
     bool is_first = !memory;
-    if (is_first) memory.emplace();
+    if (is_first) memory = {.offset = 0, .size = -1};
     if (file) {
         if (is_first) load(*file);
         bool is_growing = static_cast<int64_t>(file->size()) != memory->size;

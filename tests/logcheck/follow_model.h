@@ -32,8 +32,8 @@ struct log_model {
 
 private:
     struct remembered {
-        int64_t offset = 0;
-        int64_t size = -1;
+        int64_t offset;
+        int64_t size;
         std::string first, last;
     };
     std::optional<remembered> memory;

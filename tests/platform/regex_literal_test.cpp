@@ -18,8 +18,11 @@ protected:
         return {found.bytes, found.length};
     }
     static bool occurs(const std::string &literal, const std::string &text) {
-        regex_literal looked_for = {};
-        looked_for.length = literal.copy(looked_for.bytes, LITERAL_LIMIT);
+        std::string pattern; // of plain letters, so that it is its own literal
+        for (char c : literal)
+            pattern += std::string("[") + c + "]";
+        regex_literal looked_for = regex_literal_of(pattern.c_str());
+        EXPECT_EQ(std::string(looked_for.bytes, looked_for.length), literal);
         return literal_occurs(&looked_for, text.data(), text.size());
     }
 };
@@ -71,9 +74,21 @@ TEST_F(regex_literals, are_found_at_every_place) {
     EXPECT_FALSE(occurs("ab", ""));
 }
 
-TEST_F(regex_literals, are_not_found_by_their_ends_alone) {
-    EXPECT_FALSE(occurs("abc", "axc" + std::string(20, 'x') + "azcayc"));
+TEST_F(regex_literals, are_not_found_by_two_of_their_bytes_alone) {
+    for (const char *other : {"zzc", "azc", "abz", "zbc", "abd"})
+        EXPECT_FALSE(occurs("abc", other + std::string(20, 'x') + other + other)) << other;
     EXPECT_TRUE(occurs("abc", "axc" + std::string(20, 'x') + "azcabc"));
+}
+
+TEST_F(regex_literals, are_looked_for_by_their_rarest_bytes) {
+    regex_literal found = regex_literal_of("segfault at ");
+    EXPECT_EQ(found.bytes[found.one], 'f');
+    EXPECT_EQ(found.bytes[found.other], 'g');
+    found = regex_literal_of("Zee");
+    EXPECT_EQ(found.one, 0U);
+    EXPECT_NE(found.other, 0U);
+    found = regex_literal_of("eZ");
+    EXPECT_EQ(found.one + found.other, 1U);
 }
 
 // Where the bytes are not, the engine finds nothing.
