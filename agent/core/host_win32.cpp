@@ -3,6 +3,7 @@
 #include "core/command_pipe_ops.h"
 #include "core/parent_pipes_ops.h"
 #include "core/signals.h"
+#include "logcheck/event_log_ops.h"
 #include "logcheck/log_scan_ops.h"
 #include "platform/clock.h"
 #include "platform/crash.h"
@@ -47,6 +48,9 @@ void use_host() {
     // settings
     places_host = &places_ops_host;
     registry_host = &registry_ops_host;
+
+    // logs
+    event_log_host = &event_log_ops_host;
 
     // probes of the operating system
     drives_host = &drives_ops_host;

@@ -16,7 +16,7 @@ enum file_mode {
 };
 
 // What a position counts from.
-enum file_origin { FILE_START, FILE_END };
+enum file_origin { FROM_START, FROM_END };
 
 struct file_facts {
     bool regular;

@@ -39,7 +39,7 @@ static int64_t host_write(host_file file, const void *buffer, size_t size) {
 }
 
 static bool host_seek(host_file file, int64_t offset, file_origin origin) {
-    return lseek(static_cast<int>(file), offset, origin == FILE_START ? SEEK_SET : SEEK_END) >= 0;
+    return lseek(static_cast<int>(file), offset, origin == FROM_START ? SEEK_SET : SEEK_END) >= 0;
 }
 
 static int64_t host_tell(host_file file) {

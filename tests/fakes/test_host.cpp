@@ -155,7 +155,7 @@ int64_t fake_write(host_file file, const void *buffer, size_t size) {
 bool fake_seek(host_file file, int64_t offset, file_origin origin) {
     auto &[path, position] = the_host->open_files.at(file);
     if (is_broken("seek", path)) return false;
-    if (origin == FILE_END) offset += static_cast<int64_t>(the_host->files[path].content.size());
+    if (origin == FROM_END) offset += static_cast<int64_t>(the_host->files[path].content.size());
     if (offset < 0) {
         the_host->last_error = 22;
         return false;

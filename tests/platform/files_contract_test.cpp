@@ -115,11 +115,11 @@ TEST_P(files_contract, reading_goes_on_at_the_position_asked_for) {
     host_file file = open("a", FILE_READ);
     char text[4] = {};
     EXPECT_EQ(files_host->tell64(file), 0);
-    EXPECT_TRUE(files_host->seek64(file, 7, FILE_START));
+    EXPECT_TRUE(files_host->seek64(file, 7, FROM_START));
     EXPECT_EQ(files_host->read(file, text, 2), 2);
     EXPECT_STREQ(text, "78");
     EXPECT_EQ(files_host->tell64(file), 9);
-    EXPECT_TRUE(files_host->seek64(file, -4, FILE_END));
+    EXPECT_TRUE(files_host->seek64(file, -4, FROM_END));
     EXPECT_EQ(files_host->read(file, text, 3), 3);
     EXPECT_STREQ(text, "678");
     files_host->close(file);
@@ -129,10 +129,10 @@ TEST_P(files_contract, a_position_is_wider_than_32_bits_and_never_negative) {
     write("a", "0123456789");
     host_file file = open("a", FILE_READ);
     char byte;
-    EXPECT_TRUE(files_host->seek64(file, int64_t{1} << 33, FILE_START));
+    EXPECT_TRUE(files_host->seek64(file, int64_t{1} << 33, FROM_START));
     EXPECT_EQ(files_host->tell64(file), int64_t{1} << 33);
     EXPECT_EQ(files_host->read(file, &byte, 1), 0);
-    EXPECT_FALSE(files_host->seek64(file, -11, FILE_END));
+    EXPECT_FALSE(files_host->seek64(file, -11, FROM_END));
     EXPECT_EQ(files_host->tell64(file), int64_t{1} << 33);
     files_host->close(file);
 }

@@ -162,7 +162,7 @@ static int64_t sim_write(host_file file, const void *buffer, size_t size) {
 static bool sim_seek(host_file file, int64_t offset, file_origin origin) {
     sim_open_file *open = find_open(file);
     if (open == nullptr || fails("seek", open->path, CODE_INPUT_OUTPUT)) return false;
-    int64_t position = offset + (origin == FILE_END ? static_cast<int64_t>(open->inode->content.size()) : 0);
+    int64_t position = offset + (origin == FROM_END ? static_cast<int64_t>(open->inode->content.size()) : 0);
     if (position < 0) {
         the_sim->last_error = CODE_INVALID;
         return false;
