@@ -242,7 +242,7 @@ TEST_F(log_conf, does_not_open_what_is_no_regular_file) {
 }
 
 TEST_F(log_conf, may_have_a_mebibyte_and_no_more) {
-    string text = "C:\n" + string(LOG_CONF_FILE_LIMIT - 3, '\n');
+    string text = "C:\n" + string(1048576 - 3, '\n');
     host.write_file("/logs.conf", text);
     EXPECT_EQ(read("/logs.conf"), lines{"1<C:>"});
     host.write_file("/logs.conf", text + "\n");
