@@ -5,7 +5,7 @@ import stat
 from programs import DOMAIN, POLICY, ProgramsTest, QUIET_POLICY, main, wait_until
 
 NOBODY = "127.0.0.1:9"
-WHOLE_POLICY = POLICY + "[system.idle]\nenabled = yes\n"
+WHOLE_POLICY = POLICY + '[[check]]\nname = "system.idle"\nenabled = true\n'
 
 
 def mode_of(path) -> str:
@@ -71,7 +71,7 @@ class Settings(ProgramsTest):
         self.assertEqual(server.value("SELECT name FROM agents"), "later")
 
     def test_list_of_servers_from_the_server_outlives_a_restart(self):
-        server = self.new_server(policy=f"servers = {NOBODY}\n{QUIET_POLICY}")
+        server = self.new_server(policy=f'servers = ["{NOBODY}"]\n{QUIET_POLICY}')
         agent = self.new_agent(server).start()
         wait_until(lambda: agent.variable("server_list_cluster") == NOBODY + ",", "the server's list")
         agent.end()
@@ -81,7 +81,7 @@ class Settings(ProgramsTest):
         self.assertEqual(agent.last("Talking to server: "), NOBODY)
 
     def test_changed_list_of_servers_wins_over_the_servers_own(self):
-        server = self.new_server(policy=f"servers = {NOBODY}\n{QUIET_POLICY}")
+        server = self.new_server(policy=f'servers = ["{NOBODY}"]\n{QUIET_POLICY}')
         agent = self.new_agent(server).start()
         wait_until(lambda: agent.variable("server_list_cluster"), "the server's list")
         agent.end()
