@@ -1,9 +1,11 @@
 #include "server/clause_check.h"
 
 #include "fakes/test_host.h"
+#include "logcheck/clause.h"
 #include "platform/regex.h"
 
 #include <gtest/gtest.h>
+#include <random>
 
 namespace {
 
@@ -84,4 +86,59 @@ TEST_F(check_clause_of, refuses_a_separator_that_matches_nothing) {
 TEST_F(check_clause_of, refuses_a_separator_that_is_no_expression) {
     EXPECT_NE(separator("("), "(none)");
     EXPECT_NE(separator("[a"), "(none)");
+}
+
+// Against the agent's own reading
+
+namespace {
+
+constexpr const char *PIECES[] = {"'a'", "'", "''",    "not", "and", "or", "(",
+                                  ")",   " ", "# x\n", "#",   "n",   "x",  "'('"};
+
+class clauses : public testing::Test {
+protected:
+    clauses() { regex_host = &regex_ops_host; }
+
+    static void expect_one_opinion(const std::string &clause) {
+        log_check_cond *parsed = nullptr;
+        bool agent_takes_it = log_clause_parse(clause.c_str(), &parsed) == nullptr;
+        log_clause_free(parsed);
+        EXPECT_EQ(check_clause(clause) == nullptr, agent_takes_it) << "\"" << clause << "\"";
+    }
+    // All sequences of up to `length` pieces behind these.
+    static void expect_one_opinion_of_all(const std::string &start, int length) {
+        expect_one_opinion(start);
+        if (length == 0) return;
+        for (const char *piece : PIECES)
+            expect_one_opinion_of_all(start + piece, length - 1);
+    }
+
+    test_host host;
+};
+
+} // namespace
+
+TEST_F(clauses, that_are_short_pass_where_agents_take_them) {
+    expect_one_opinion_of_all("", 4);
+}
+
+TEST_F(clauses, at_random_pass_where_agents_take_them) {
+    std::mt19937 dice(20261121);
+    int sound = 0;
+    for (int i = 0; i < 20000; i++) {
+        // Pieces of a sound clause in the order of its grammar, some of them replaced.
+        std::string clause;
+        for (size_t terms = 1 + dice() % 4; terms > 0; terms--) {
+            bool in_parentheses = dice() % 3 == 0;
+            clause += std::string(dice() % 4 == 0 ? "not " : "") + (in_parentheses ? "(" : "");
+            clause += dice() % 16 == 0 ? PIECES[dice() % std::size(PIECES)] : "'a'";
+            clause += std::string(in_parentheses ? ")" : "") + (dice() % 5 == 0 ? "# x\n" : " ");
+            if (terms > 1)
+                clause += dice() % 16 == 0 ? PIECES[dice() % std::size(PIECES)] : dice() % 2 ? "and " : "or";
+        }
+        expect_one_opinion(clause);
+        sound += check_clause(clause) == nullptr;
+    }
+    EXPECT_GT(sound, 5000);
+    EXPECT_LT(sound, 19000);
 }
