@@ -116,7 +116,7 @@ void record_writer::rule(const log_rule &rule) {
 
 // An agent takes NULL for a silence that is no limit. Both have to be there: where they are missing, agents
 // lose their place in the message.
-void record_writer::log(const log_conf &log) {
+void record_writer::log_body(const log_conf &log) {
     text(SEPARATOR_LIMIT, log.separator);
     enumerated(log.inclusion);
     begin(BE_SEQ);
@@ -139,7 +139,7 @@ void record_writer::check(const check_conf &check) {
     if (check.kind == check_kind::enumeration) {
         severities(check.limits.severities);
     } else if (check.kind == check_kind::log) {
-        log(check.log);
+        log_body(check.log);
     } else {
         const check_limits &limits = check.limits;
         for (auto value : {limits.alert_high, limits.alert_low, limits.warn_high, limits.warn_low})

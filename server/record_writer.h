@@ -45,7 +45,7 @@ private:
     void limit(check_kind kind, std::optional<double> value);
     void severities(const std::vector<uint32_t> &values);
     void rule(const log_rule &rule);
-    void log(const log_conf &log);
+    void log_body(const log_conf &log);
     void check(const check_conf &check);
     void groups(const std::vector<check_conf_group> &list);
     void servers(const std::vector<server_address> &list);
