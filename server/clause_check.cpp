@@ -75,7 +75,7 @@ private:
     void read_alternatives() {
         for (;;) {
             read_conjunction();
-            if (skip_blanks() != 'o') return;
+            if (current() != 'o') return; // blanks are behind us
             take_word("or");
         }
     }
