@@ -48,7 +48,7 @@ class Demo(unittest.TestCase):
             self.assertEqual(errors, 0, told)
 
     def test_shows_a_rule_fire(self):
-        told, _ = self.start(30).communicate(timeout=PATIENCE_S)
+        told, _ = self.start(25).communicate(timeout=PATIENCE_S)
         lines = [line for line in told.splitlines() if "/app.log  " in line]
         self.assertTrue([line for line in lines if "  alert    " in line and "error: request" in line], told)
         self.assertTrue([line for line in lines if "  warning  " in line and "warning: request" in line], told)

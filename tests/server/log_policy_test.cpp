@@ -204,6 +204,8 @@ TEST_F(policy_of_logs, lets_rules_name_groups_that_exist) {
     std::string rule = "clause = \"'a'\"\ndecision = \"call\"\n";
     EXPECT_EQ(failure_of_rule(rule + "destination = \"ops\""), "line 6: no forward group is called \"ops\"");
     EXPECT_EQ(failure_of_rule(rule + "destination = \"ops\"\n" + ONE_GROUP), "(none)");
+    EXPECT_EQ(failure_of_rule(rule + "destination = \"op\"\n" + ONE_GROUP),
+              "line 6: no forward group is called \"op\"");
     EXPECT_EQ(failure_of_rule(rule), "line 3: \"destination\" is missing");
     EXPECT_EQ(failure_of_rule(rule + "destination = " + toml_text(std::string(33, 'x'))),
               "line 6: destination is to be a name of at most 32 characters");
