@@ -1,12 +1,23 @@
 #include "platform/regex_set.h"
 
 #include "platform/heap.h"
+#include "platform/regex_literal.h"
 #include "platform/regex_states.h"
 
 #include <algorithm>
 
+namespace {
+
+constexpr uint32_t LITERALS_LIMIT = 4; // more take longer to look for than the automaton takes
+
+} // namespace
+
 struct regex_set {
     regex_states states;
+    // One for each expression where each has one, and a record without any is not wanted: then a run looks
+    // for these first. 0 otherwise.
+    uint32_t literal_count;
+    regex_literal literals[LITERALS_LIMIT];
 };
 
 using set_guard = guard<regex_set, regex_set_free>;
@@ -29,6 +40,26 @@ static bool build_set(regex_set *set, const tn_regex *const *regexes, uint32_t c
     return built;
 }
 
+static bool wants_nothing_found(const regex_set *set) {
+    uint64_t none[REGEX_SET_LIMIT / 64] = {};
+    return set->states.wish(set->states.wish_owner, none);
+}
+
+static void find_literals(regex_set *set, const tn_regex *const *regexes, uint32_t count) {
+    if (set->states.cut == nullptr || count > LITERALS_LIMIT || wants_nothing_found(set)) return;
+    for (uint32_t i = 0; i < count; i++) {
+        set->literals[i] = regex_literal_of(regexes[i]->pattern);
+        if (set->literals[i].length < 2) return;
+    }
+    set->literal_count = count;
+}
+
+static bool may_hold_wanted(const regex_set *set, const char *at, const char *end) {
+    for (uint32_t i = 0; i < set->literal_count; i++)
+        if (literal_occurs(&set->literals[i], at, static_cast<size_t>(end - at))) return true;
+    return set->literal_count == 0;
+}
+
 regex_set *regex_set_new(const tn_regex *const *regexes, uint32_t count, const record_cut *cut,
                          record_wish wish, void *owner) {
     if (count == 0 || count > REGEX_SET_LIMIT) return nullptr;
@@ -41,7 +72,9 @@ regex_set *regex_set_new(const tn_regex *const *regexes, uint32_t count, const r
     }
     states->wish = wish;
     states->wish_owner = owner;
-    return build_set(set.get(), regexes, count) ? set.release() : nullptr;
+    if (!build_set(set.get(), regexes, count)) return nullptr;
+    find_literals(set.get(), regexes, count);
+    return set.release();
 }
 
 void regex_set_free(regex_set *set) {
@@ -237,6 +270,7 @@ static uint32_t gather(const record_run *run, uint16_t *out) {
 uint32_t regex_set_run(regex_set *set, const char *at, const char *end, bool behind_separator,
                        uint16_t *out) {
     regex_states *states = &set->states;
+    if (!may_hold_wanted(set, behind_separator ? at - 1 : at, end)) return 0;
     if (!regex_states_use(states)) return RECORDS_NOT_KNOWN;
     record_run run = {.states = states, .start = at, .behind_separator = behind_separator};
     split_lanes(&run, end, out);

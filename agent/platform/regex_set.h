@@ -53,8 +53,9 @@ inline constexpr uint32_t RECORDS_NOT_KNOWN = UINT32_MAX;
 inline constexpr size_t RUN_LIMIT = UINT16_MAX; // bytes that one run takes
 
 // Runs over the records from `at`, the start of one, to `end`, right behind a separator. `behind_separator`
-// tells that the separator ahead of `at` belongs to the first record. Writes the places of the separators
-// that end wanted records, as distances from `at`, ascending, and returns their count; there is room for half
-// as many as there are bytes, and RUN_SLACK more. RECORDS_NOT_KNOWN when the set was given up.
+// tells that the separator ahead of `at`, which must be there, belongs to the first record. Writes the places
+// of the separators that end wanted records, as distances from `at`, ascending, and returns their count;
+// there is room for half as many as there are bytes, and RUN_SLACK more. RECORDS_NOT_KNOWN when the set was
+// given up.
 inline constexpr uint32_t RUN_SLACK = 4;
 uint32_t regex_set_run(regex_set *set, const char *at, const char *end, bool behind_separator, uint16_t *out);

@@ -1,9 +1,11 @@
 // follow FILE CLAUSE... : checks a whole log once, as the agent does, by rules that log what matches, and
 // tells how long that took and what it found.
 //
-//   bytes seconds matches kB        of the file, the check, the results, and resident at the end
+//   bytes seconds matches kB        of the file, the check, the results, and resident at the most
 //
-// With --engine the rules are left to the regular expression engine, one after the other.
+// follow --idle COUNT FILE CLAUSE... : checks so many logs, which do not change, again and again.
+//
+//   checks seconds kB
 
 #include "core/host.h"
 #include "devtree/devtree.h"
@@ -12,14 +14,13 @@
 #include "platform/agent_log.h"
 #include "platform/files.h"
 #include "platform/text.h"
-#include "settings/settings.h"
-#include "state/variables.h"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -72,29 +73,57 @@ long resident_kb() {
 
 } // namespace
 
+// Puts the check's position at the start of the log: a first check does that for a file that is not there.
+static void start_at_front(devnode *device) {
+    text_guard id(device->id);
+    device->id = text_copy("\x01");
+    static_cast<void>(check_log(device, nullptr));
+    text_replace(&device->id, id.release());
+}
+
+static void follow_once(devtree *top, const char *path, char **clauses) {
+    devnode *device = add_check(top, path);
+    while (*clauses != nullptr)
+        add_rule(device->lognode, *clauses++);
+    file_facts facts;
+    if (!files_host->facts_at(path, &facts)) fail(path, "is not there");
+    start_at_front(device);
+    auto started = std::chrono::steady_clock::now();
+    if (auto *failure = check_log(device, nullptr)) fail(path, failure);
+    std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
+    printf("%lld %.6f %llu %ld\n", static_cast<long long>(facts.size), took.count(),
+           static_cast<unsigned long long>(count_results(device)), resident_kb());
+}
+
+static void follow_idle(devtree *top, int count, const char *path, char **clauses) {
+    std::vector<devnode *> devices;
+    for (int i = 0; i < count; i++) {
+        devnode *device = add_check(top, path);
+        for (char **clause = clauses; *clause != nullptr; clause++)
+            add_rule(device->lognode, *clause);
+        static_cast<void>(check_log(device, nullptr));
+        devices.push_back(device);
+    }
+    static constexpr int ROUNDS = 20;
+    auto started = std::chrono::steady_clock::now();
+    for (int i = 0; i < ROUNDS; i++)
+        for (devnode *device : devices)
+            static_cast<void>(check_log(device, nullptr));
+    std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
+    printf("%d %.6f %ld\n", ROUNDS * count, took.count(), resident_kb());
+}
+
 int main(int argc, char **argv) {
-    if (argc < 2) fail("usage", "follow FILE CLAUSE...");
+    bool idle = argc > 1 && strcmp(argv[1], "--idle") == 0;
+    if (argc < (idle ? 4 : 2)) fail("usage", "follow FILE CLAUSE... or follow --idle COUNT FILE CLAUSE...");
     use_host();
     log_to_stderr();
     log_set_level(LOG_WARNING);
     auto *top = heap_new<devtree>();
     top->id = text_copy("log");
-    devnode *device = add_check(top, argv[1]);
-    for (int i = 2; i < argc; i++)
-        add_rule(device->lognode, argv[i]);
-    file_facts facts;
-    if (!files_host->facts_at(argv[1], &facts)) fail(argv[1], "is not there");
-    // A first check of a log that is not there leaves the position at its start.
-    device->state = nullptr;
-    static_cast<void>(var_set(var_make((std::string("log.") + "x").c_str(), "0")));
-    text_guard id(device->id);
-    device->id = text_copy("\x01");
-    static_cast<void>(check_log(device, nullptr));
-    text_replace(&device->id, text_copy(id.get()));
-    auto started = std::chrono::steady_clock::now();
-    if (auto *failure = check_log(device, nullptr)) fail(argv[1], failure);
-    std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
-    printf("%lld %.6f %llu %ld\n", static_cast<long long>(facts.size), took.count(),
-           static_cast<unsigned long long>(count_results(device)), resident_kb());
+    if (idle)
+        follow_idle(top, atoi(argv[2]), argv[3], argv + 4);
+    else
+        follow_once(top, argv[1], argv + 2);
     return 0;
 }

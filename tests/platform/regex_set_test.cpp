@@ -81,10 +81,12 @@ protected:
     }
 
     // The places of the separators behind wanted records, by the set and by hand.
-    std::vector<size_t> run(const std::string &text, bool behind_separator = false) {
+    // With a separator ahead of the text, which belongs to its first record where that is said.
+    std::vector<size_t> run(const std::string &text, bool behind_separator = false, char separator = ';') {
+        std::string whole = separator + text;
         std::vector<uint16_t> places(text.size() / 2 + RUN_SLACK);
-        uint32_t count =
-            regex_set_run(set.get(), text.data(), text.data() + text.size(), behind_separator, places.data());
+        uint32_t count = regex_set_run(set.get(), whole.data() + 1, whole.data() + whole.size(),
+                                       behind_separator, places.data());
         if (count == RECORDS_NOT_KNOWN) return {SIZE_MAX};
         return {places.begin(), places.begin() + count};
     }
@@ -261,6 +263,24 @@ TEST_F(regex_sets, answer_the_same_when_they_start_anew) {
             expect_as_engine(text);
     }
     EXPECT_GT(given_up, 0); // it did not pay
+}
+
+TEST_F(regex_sets, run_on_when_they_start_anew) {
+    ASSERT_TRUE(add("a.{14}b.?Z"));
+    record_cut cut = {'\n', SEPARATOR_DROPPED};
+    ASSERT_TRUE(make(&cut));
+    random_regex random(11);
+    size_t told = 0;
+    for (int i = 0; i < 60; i++) {
+        std::string text;
+        for (int line = 0; line < 60; line++)
+            text += random.text(120) + (line % 20 == 0 ? "a0123456789abcdbZ\n" : "\n");
+        std::vector<size_t> found = run(text);
+        if (found == std::vector<size_t>{SIZE_MAX}) continue;
+        ASSERT_EQ(found, run_by_hand(text, cut));
+        told += found.size();
+    }
+    EXPECT_GT(told, 0U);
 }
 
 TEST_F(regex_sets, share_a_budget) {
