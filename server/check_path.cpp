@@ -47,3 +47,28 @@ bool name_matches(const std::string &pattern, const std::string &name) {
         p++;
     return p == pattern.size();
 }
+
+bool is_log(const std::vector<std::string> &path) {
+    return path.size() > 1 && path.front() == "log";
+}
+
+std::string log_path(const std::vector<std::string> &path) {
+    bool has_slashes = path[1] == "/" || path[1] == "/forward" || path[1] == "eventlog";
+    std::string text = path[1];
+    for (size_t i = 2; i < path.size(); i++) {
+        if (text != "/") text += has_slashes ? '/' : '\\';
+        text += path[i];
+    }
+    return text;
+}
+
+static std::string in_lower_case(std::string text) {
+    for (char &c : text)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return text;
+}
+
+bool log_path_matches(const std::string &pattern, const std::string &path) {
+    if (path.starts_with('/')) return name_matches(pattern, path);
+    return name_matches(in_lower_case(pattern), in_lower_case(path));
+}

@@ -13,3 +13,13 @@ std::string plain_check_name(const std::vector<std::string> &path);
 
 // Whether a name matches a pattern in which '*' stands for any characters. Takes no more than quadratic time.
 bool name_matches(const std::string &pattern, const std::string &name);
+
+// Whether a check is a log or a forward group of logs.
+bool is_log(const std::vector<std::string> &path);
+// The path of a log as people write it: "/var/log/syslog", "C:\logs\app.log", "eventlog/System". A forward
+// group is "/forward/NAME".
+std::string log_path(const std::vector<std::string> &path);
+
+// Whether a log's path matches a pattern in which '*' stands for any characters, slashes included. Upper and
+// lower case are the same but in paths that begin with a slash.
+bool log_path_matches(const std::string &pattern, const std::string &path);

@@ -12,7 +12,11 @@ namespace {
 // Used where a rule asks for a check and says nothing about its frequency.
 constexpr int32_t USUAL_FREQUENCY_S = 60;
 
-// How a check of this scanned type is configured; none for logs and actions.
+// The scanned type of a log.
+constexpr uint32_t LOG_TYPE = 9;
+
+// How a check of this scanned type is configured; none for logs, which have a policy of their own, and
+// actions.
 std::optional<check_kind> kind_of(uint32_t type) {
     switch (type) {
     case 0: // continuous
@@ -93,6 +97,53 @@ void flatten_groups(const std::vector<device_group> &groups, std::vector<std::st
     }
 }
 
+std::optional<int32_t> silence_limit(const std::optional<int32_t> &wanted) {
+    return wanted == SILENCE_OFF ? std::nullopt : wanted;
+}
+
+check_conf log_check(const log_policy &wanted, const std::string &id) {
+    return {.frequency = wanted.frequency.value_or(USUAL_FREQUENCY_S),
+            .id = id,
+            .kind = check_kind::log,
+            .log = {.separator = wanted.separator.value_or(""),
+                    .inclusion = wanted.inclusion.value_or(SEPARATOR_DROPPED),
+                    .rules = wanted.rules.value_or(std::vector<log_rule>()),
+                    .warn_silence = silence_limit(wanted.warn_silence),
+                    .alert_silence = silence_limit(wanted.alert_silence)}};
+}
+
+bool passes_on(const planned_check &check) {
+    for (const log_rule &rule : check.conf.log.rules)
+        if (!rule.destination.empty()) return true;
+    return false;
+}
+
+// What a device gets that some rule asks for; none where none does.
+std::optional<check_conf> plan_check(const policy &rules, const offered_device &offered) {
+    if (offered.what.type == LOG_TYPE && is_log(offered.path)) {
+        log_policy wanted = log_policy_for(rules, log_path(offered.path));
+        return wanted.enabled.value_or(true) ? std::optional(log_check(wanted, offered.what.id))
+                                             : std::nullopt;
+    }
+    std::optional<check_kind> kind = kind_of(offered.what.type);
+    check_rule rule = rule_for(rules, plain_check_name(offered.path));
+    if (!kind || !is_wanted(rule)) return std::nullopt;
+    return check_conf{.frequency = rule.frequency.value_or(USUAL_FREQUENCY_S),
+                      .id = offered.what.id,
+                      .kind = *kind,
+                      .limits = limits_for(*kind, rule, offered.what)};
+}
+
+// A log's rules find a forward group by the conf_id.
+void add_forward_groups(const policy &rules, std::vector<planned_check> *out) {
+    for (const log_policy &group : rules.forwards) {
+        planned_check &check = out->emplace_back();
+        check.path = {"log", "/forward", group.name};
+        check.conf = log_check(group, group.name);
+        check.conf.conf_id = group.name;
+    }
+}
+
 check_conf_group &group_named(std::vector<check_conf_group> &groups, const std::string &id) {
     for (check_conf_group &group : groups)
         if (group.id == id) return group;
@@ -111,19 +162,18 @@ std::vector<offered_device> flatten_tree(const std::vector<device_group> &tree) 
 std::vector<planned_check> plan_checks(const policy &rules, const std::vector<offered_device> &devices) {
     std::vector<planned_check> checks;
     std::set<std::vector<std::string>> seen;
+    bool need_forwards = false;
     for (const offered_device &offered : devices) {
-        std::optional<check_kind> kind = kind_of(offered.what.type);
-        check_rule rule = rule_for(rules, plain_check_name(offered.path));
-        if (!kind || !is_wanted(rule) || !seen.insert(offered.path).second) continue;
+        std::optional<check_conf> conf = plan_check(rules, offered);
+        if (!conf || !seen.insert(offered.path).second) continue;
         planned_check &check = checks.emplace_back();
         check.path = offered.path;
-        check.conf = {.frequency = rule.frequency.value_or(USUAL_FREQUENCY_S),
-                      .id = offered.what.id,
-                      .kind = *kind,
-                      .limits = limits_for(*kind, rule, offered.what)};
+        check.conf = *conf;
         check.unit = offered.what.unit;
         check.description = offered.what.description;
+        need_forwards = need_forwards || passes_on(check);
     }
+    if (need_forwards) add_forward_groups(rules, &checks);
     return checks;
 }
 

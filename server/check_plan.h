@@ -22,7 +22,9 @@ struct planned_check {
 // All devices of a tree, in its order.
 std::vector<offered_device> flatten_tree(const std::vector<device_group> &tree);
 
-// The checks of the devices that the policy knows. A path that occurs twice is checked once.
+// The checks of the devices that the policy knows. A path that occurs twice is checked once. Where a log's
+// rule passes records on, the policy's forward groups follow, all of them, since their rules may name each
+// other.
 std::vector<planned_check> plan_checks(const policy &rules, const std::vector<offered_device> &devices);
 
 // The tree to send. Groups stand in the order in which the checks name them.

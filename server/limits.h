@@ -14,6 +14,9 @@ inline constexpr uint32_t HOST_VALUE_LIMIT = 1024;
 inline constexpr uint32_t LOG_TEXT_LIMIT = 65536;
 inline constexpr uint32_t REASON_LIMIT = 1024; // of a refusal, and of the answer to a downtime request
 inline constexpr uint32_t NUMBER_LIMIT = 140;  // bytes of a big number
+inline constexpr uint32_t SEPARATOR_LIMIT = 1024;
+inline constexpr uint32_t CLAUSE_LIMIT = 1024;
+inline constexpr uint32_t DESTINATION_LIMIT = 32;
 
 // Lists. A host with every performance counter stays far below.
 inline constexpr size_t MAX_GROUP_DEPTH = 32;

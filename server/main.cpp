@@ -2,6 +2,7 @@
 #include "crypto/random_fill.h"
 #include "platform/clock.h"
 #include "platform/errors.h"
+#include "platform/regex.h"
 #include "server/limits.h"
 #include "server/listener.h"
 #include "server/options.h"
@@ -140,6 +141,7 @@ int main(int argc, char **argv) {
     error_host = &error_ops_host;
     clock_host = &clock_ops_host;
     random_host = &random_ops_host;
+    regex_host = &regex_ops_host;
     server_options options;
     if (auto *failure = parse_options({argv + 1, argv + argc}, &options)) {
         trouble(failure);

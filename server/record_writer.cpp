@@ -23,6 +23,10 @@ void record_writer::boolean(bool value) {
     if (failed == nullptr) failed = write_bool(stream, value);
 }
 
+void record_writer::enumerated(uint32_t value) {
+    if (failed == nullptr) failed = write_enumerated(stream, value, BE_ENUMERATED);
+}
+
 void record_writer::number(const bignum *value) {
     if (failed == nullptr) failed = write_bignum(stream, value);
 }
@@ -97,24 +101,52 @@ void record_writer::limit(check_kind kind, std::optional<double> value) {
 void record_writer::severities(const std::vector<uint32_t> &values) {
     begin(BE_SEQ);
     for (uint32_t severity : values)
-        if (failed == nullptr) failed = write_enumerated(stream, severity, BE_ENUMERATED);
+        enumerated(severity);
     end();
 }
 
+void record_writer::rule(const log_rule &rule) {
+    begin(BE_SEQ);
+    text(CLAUSE_LIMIT, rule.clause);
+    enumerated(rule.status);
+    enumerated(rule.decision);
+    text(DESTINATION_LIMIT, rule.destination);
+    end();
+}
+
+// An agent takes NULL for a silence that is no limit. Both have to be there: where they are missing, agents
+// lose their place in the message.
+void record_writer::log_body(const log_conf &log) {
+    text(SEPARATOR_LIMIT, log.separator);
+    enumerated(log.inclusion);
+    begin(BE_SEQ);
+    for (const log_rule &entry : log.rules)
+        rule(entry);
+    end();
+    for (auto silence : {log.warn_silence, log.alert_silence})
+        if (silence)
+            integer(*silence);
+        else if (failed == nullptr)
+            failed = write_null(stream);
+}
+
 void record_writer::check(const check_conf &check) {
-    static constexpr uint32_t tags[] = {TAG_CONTINUOUS_CONF, TAG_REAL_CONF, TAG_ENUM_CONF};
+    static constexpr uint32_t tags[] = {TAG_CONTINUOUS_CONF, TAG_REAL_CONF, TAG_ENUM_CONF, TAG_LOG_CONF};
     begin(BE_SEQ);
     integer(check.frequency);
     text(ID_LIMIT, check.id);
     begin(tags[static_cast<size_t>(check.kind)]);
     if (check.kind == check_kind::enumeration) {
         severities(check.limits.severities);
+    } else if (check.kind == check_kind::log) {
+        log_body(check.log);
     } else {
         const check_limits &limits = check.limits;
         for (auto value : {limits.alert_high, limits.alert_low, limits.warn_high, limits.warn_low})
             limit(check.kind, value);
     }
     end();
+    if (!check.conf_id.empty()) text(ID_LIMIT, check.conf_id);
     end();
 }
 

@@ -39,10 +39,13 @@ private:
     void end();
     void integer(int32_t value);
     void boolean(bool value);
+    void enumerated(uint32_t value);
     void number(const bignum *value);
     void text(uint32_t limit, const std::string &value);
     void limit(check_kind kind, std::optional<double> value);
     void severities(const std::vector<uint32_t> &values);
+    void rule(const log_rule &rule);
+    void log_body(const log_conf &log);
     void check(const check_conf &check);
     void groups(const std::vector<check_conf_group> &list);
     void servers(const std::vector<server_address> &list);

@@ -38,6 +38,7 @@ enum : uint32_t {
     TAG_CONTINUOUS_CONF = 5,
     TAG_ENUM_CONF = 13,
     TAG_REAL_CONF = 29,
+    TAG_LOG_CONF = 37,
 };
 
 enum : uint32_t { STATUS_GOOD = 0, STATUS_WARNING = 1, STATUS_ALERT = 2, STATUS_ERROR = 3 };
@@ -103,7 +104,7 @@ struct time_req {
     int32_t seconds = 0, microseconds = 0;
 };
 
-enum class check_kind { continuous, real_continuous, enumeration };
+enum class check_kind { continuous, real_continuous, enumeration, log };
 
 // Limits of a configured check: a value below a low or above a high one is bad. An absent limit is off.
 struct check_limits {
@@ -111,11 +112,41 @@ struct check_limits {
     std::vector<uint32_t> severities; // of an enumeration: one status for each value from 0 on
 };
 
+// What is done with a record that a clause matches: to report it, to report its status alone, or to pass it
+// on to a forward group, for good, as a copy, or to come back where nothing matched there.
+enum log_decision : uint32_t {
+    DECISION_LOG,
+    DECISION_QUIET,
+    DECISION_MOVETO,
+    DECISION_COPYTO,
+    DECISION_CALL
+};
+
+struct log_rule {
+    std::string clause;
+    uint32_t status = STATUS_GOOD; // up to STATUS_ALERT
+    uint32_t decision = DECISION_LOG;
+    std::string destination; // of the last three: the conf_id of a forward group
+};
+
+// Where a separator goes: to the record that it closes, to the one that it opens, or nowhere.
+enum separator_inclusion : uint32_t { SEPARATOR_CLOSES, SEPARATOR_OPENS, SEPARATOR_DROPPED };
+
+// How a log is cut into records, and which of them are reported.
+struct log_conf {
+    std::string separator; // an expression
+    uint32_t inclusion = SEPARATOR_DROPPED;
+    std::vector<log_rule> rules;                        // the first that matches decides
+    std::optional<int32_t> warn_silence, alert_silence; // seconds
+};
+
 struct check_conf {
     int32_t frequency = 0; // seconds
     std::string id;
     check_kind kind = check_kind::continuous;
     check_limits limits;
+    log_conf log;
+    std::string conf_id; // "" for none
 };
 
 struct check_conf_group {

@@ -17,7 +17,7 @@ std::optional<std::string> text_or_null(const std::string &text) {
 }
 
 const char *name_of(check_kind kind) {
-    static constexpr const char *names[] = {"continuous", "real continuous", "enumeration"};
+    static constexpr const char *names[] = {"continuous", "real continuous", "enumeration", "log"};
     return names[static_cast<size_t>(kind)];
 }
 

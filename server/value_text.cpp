@@ -74,6 +74,37 @@ std::string shown(const std::string &text, size_t limit) {
     return text.size() > limit ? line + "..." : line;
 }
 
+// The length of the UTF-8 character that begins here; 0 where none does, or one that controls a terminal.
+static size_t printable_length(const std::string &text, size_t at) {
+    auto first = static_cast<unsigned char>(text[at]);
+    if (first < 0x80) return first >= ' ' && first != 0x7F ? 1 : 0;
+    size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    if (first < 0xC2 || first > 0xF4 || text.size() - at < length) return 0;
+    for (size_t i = 1; i < length; i++)
+        if ((static_cast<unsigned char>(text[at + i]) & 0xC0) != 0x80) return 0;
+    bool is_control = first == 0xC2 && static_cast<unsigned char>(text[at + 1]) < 0xA0;
+    return is_control ? 0 : length;
+}
+
+static std::string written_out(char c) {
+    if (c == '\n') return "\\n";
+    if (c == '\r') return "\\r";
+    if (c == '\t') return "\\t";
+    return formatted("\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
+}
+
+std::string log_text(const std::string &text, size_t limit) {
+    size_t end = text.find_last_not_of("\r\n") + 1; // 0 where there is nothing else
+    std::string line;
+    size_t at = 0;
+    while (at < end && at < limit) {
+        size_t length = printable_length(text, at);
+        line += length != 0 ? text.substr(at, length) : written_out(text[at]);
+        at += length != 0 ? length : 1;
+    }
+    return at < end ? line + "... (" + std::to_string(end - at) + " more)" : line;
+}
+
 const char *status_word(uint32_t status) {
     static constexpr const char *words[] = {"good", "warning", "alert", "error"};
     return status < std::size(words) ? words[status] : "?";

@@ -19,5 +19,9 @@ std::string duration_text(int64_t seconds);
 // A text from an agent on one line, without a byte that a terminal would obey. Cut at `limit` bytes.
 std::string shown(const std::string &text, size_t limit = 512);
 
+// The text of a log on one line, with what a terminal would obey written out: "\t", "\n", "\x1B". Cut behind
+// about `limit` bytes, with the number of those left out; a line end at its own end is left out.
+std::string log_text(const std::string &text, size_t limit = 400);
+
 // "good", "warning", "alert" or "error".
 const char *status_word(uint32_t status);

@@ -43,15 +43,22 @@ void watch::print(int64_t time, const std::string &agent, const std::string &tex
     fflush(out);
 }
 
+// A log's result may be nothing but its status: that it was looked at, or that a quiet rule has matched.
+static std::string log_value(const result_value &value) {
+    auto *text = std::get_if<std::string>(&value);
+    return text == nullptr || text->empty() ? "-" : log_text(*text);
+}
+
 std::string watch::result_line(const check_result &result, const std::string &unit) {
-    std::string name = shown(plain_check_name(result.path), 256);
+    bool of_log = is_log(result.path);
+    std::string name = shown(of_log ? log_path(result.path) : plain_check_name(result.path), 256);
     name_width = std::max(name_width, std::min(name.size(), WIDEST_NAME));
     std::string status = padded(status_word(result.status), STATUS_WIDTH);
     if (options.color) status = COLORS[result.status] + status + PLAIN;
     bool has_value = result.status != STATUS_ERROR;
-    std::string value = has_value ? value_text(result.value, unit) : "-";
+    std::string value = !has_value ? "-" : of_log ? log_value(result.value) : value_text(result.value, unit);
     std::string line = padded(name, name_width) + "  " + status + "  ";
-    bool is_text = std::holds_alternative<std::string>(result.value);
+    bool is_text = of_log || std::holds_alternative<std::string>(result.value);
     line += is_text ? value : padded_left(value, VALUE_WIDTH);
     return result.comment.empty() ? line : line + "  " + shown(result.comment);
 }

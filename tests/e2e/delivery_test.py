@@ -2,10 +2,10 @@
 import random
 import signal
 
-from programs import POLICY, ProgramsTest, main, wait_until
+from programs import POLICY, ProgramsTest, frequent, main, wait_until
 from proxy import Proxy, REPLY_TO_RESULTS, cut_at_byte, cut_at_turn, cut_behind_question, forward, trickle
 
-FREQUENT = POLICY + "[mem]\nfrequency = 1 s\n"
+FREQUENT = POLICY + frequent("mem", 1)
 SEED = 20261121
 
 
@@ -108,7 +108,7 @@ class RegressionRun(ProgramsTest):
     START, STEPS, FREQUENCY, DEVICES = 1800000000, 40, 60, 5
 
     def test_leaves_its_curves_in_the_store_once_though_replies_are_lost(self):
-        server = self.new_server(policy=f"checkin = 10 s\n[mem]\nfrequency = {self.FREQUENCY} s\n")
+        server = self.new_server(policy="checkin = 10\n" + frequent("mem", self.FREQUENCY))
         lost = []
 
         def lose_some(talk, from_server, data):

@@ -42,10 +42,17 @@ class Demo(unittest.TestCase):
         told, _ = demo.communicate(timeout=PATIENCE_S)
         self.assertEqual(demo.returncode, 0, told)
         rows = {line.split()[0]: line.split()[1:] for line in told.splitlines() if line.split()}
-        for family in ("fs", "mem", "system"):
+        for family in ("fs", "log", "mem", "system"):
             _, checks, results, *_, errors = map(int, rows[family])
             self.assertGreaterEqual(results, max(checks, 1), told)
             self.assertEqual(errors, 0, told)
+
+    def test_shows_a_rule_fire(self):
+        told, _ = self.start(25).communicate(timeout=PATIENCE_S)
+        lines = [line for line in told.splitlines() if "/app.log  " in line]
+        self.assertTrue([line for line in lines if "  alert    " in line and "error: request" in line], told)
+        self.assertTrue([line for line in lines if "  warning  " in line and "warning: request" in line], told)
+        self.assertNotIn("served", told)
 
     def test_fails_where_the_agent_does(self):
         demo = self.start(30)

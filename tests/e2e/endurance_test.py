@@ -1,7 +1,7 @@
 """What an agent takes of its host does not grow with its checkins."""
 import signal
 
-from programs import POLICY, Program, ProgramsTest, main, wait_until
+from programs import POLICY, Program, ProgramsTest, frequent, main, wait_until
 from proxy import Proxy, cut_at_byte, forward
 
 WARM_UP, CHECKINS = 10, 101
@@ -11,7 +11,7 @@ SLACK_KB, SERVER_SLACK_KB = 64, 1024
 
 class Endurance(ProgramsTest):
     def setUp(self):
-        self.server = self.new_server(policy=POLICY + "[mem]\nfrequency = 1 s\n")
+        self.server = self.new_server(policy=POLICY + frequent("mem", 1))
 
     def assert_flat(self, checkin, *watched: tuple[Program, int]) -> None:
         """A hundred checkins leave each program with the memory, but for its slack, and the descriptors that it had."""

@@ -1,9 +1,9 @@
 """Two servers in an agent's list: with one store, as a cluster has it, and with nothing in common."""
 import signal
 
-from programs import POLICY, ProgramsTest, QUIET_POLICY, main
+from programs import POLICY, QUIET_POLICY, ProgramsTest, frequent, main
 
-FREQUENT = POLICY.replace("1 h", "10 s") + "[mem]\nfrequency = 1 s\n"
+FREQUENT = POLICY.replace("1 h", "10 s") + frequent("mem", 1)
 
 
 class OneStore(ProgramsTest):

@@ -5,10 +5,10 @@ import signal
 import socket
 import time
 
-from programs import POLICY, ProgramsTest, main, wait_until
+from programs import POLICY, ProgramsTest, frequent, main, wait_until
 from strangers import ATTACKS, Strangers, crowd, impostor
 
-FREQUENT = POLICY + "[mem]\nfrequency = 1 s\n"
+FREQUENT = POLICY + frequent("mem", 1)
 # More connections than the server keeps.
 CROWD = 600
 MEMORY_LIMIT_KB = 64 * 1024

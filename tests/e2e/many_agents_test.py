@@ -1,13 +1,13 @@
 """Fifty agents with made-up results at one server, and a client beside them that is none."""
 import time
 
-from programs import ProgramsTest, main, wait_until
+from programs import ProgramsTest, frequent, main, wait_until
 from strangers import Strangers
 
 AGENTS = 50
 DEVICES = 8
 RUN_S = 20
-POLICY = "checkin = 10 s\n[mem]\nfrequency = 1 s\n"
+POLICY = "checkin = 10\n" + frequent("mem", 1)
 
 
 class ManyAgents(ProgramsTest):

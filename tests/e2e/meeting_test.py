@@ -5,7 +5,7 @@ import stat
 from programs import DOMAIN, POLICY, ProgramsTest, QUIET_POLICY, main, wait_until
 
 NOBODY = "127.0.0.1:9"
-WHOLE_POLICY = POLICY + "[system.idle]\nenabled = yes\n"
+WHOLE_POLICY = POLICY + '[[check]]\nname = "system.idle"\nenabled = true\n'
 
 
 def mode_of(path) -> str:
@@ -34,7 +34,7 @@ class FirstMeeting(ProgramsTest):
         told = dict(server.rows("SELECT label, value FROM host_info"))
         self.assertEqual((told["Platform"], told["Hostname"]), ("Linux", os.uname().nodename))
         self.assertEqual({key for (key,) in server.rows("SELECT key FROM groups WHERE parent_id IS NULL")},
-                         {"fs", "mem", "system"})
+                         {"fs", "log", "mem", "system"})
         names = {name for (name,) in server.rows("SELECT name FROM checks WHERE configured = 1")}
         self.assertLessEqual({"mem.phys", "mem.swap", "mem.virt", "system.idle", "system.uptime"}, names)
         self.assertEqual(server.value("SELECT count(*) FROM descriptions"), 30)
@@ -71,7 +71,7 @@ class Settings(ProgramsTest):
         self.assertEqual(server.value("SELECT name FROM agents"), "later")
 
     def test_list_of_servers_from_the_server_outlives_a_restart(self):
-        server = self.new_server(policy=f"servers = {NOBODY}\n{QUIET_POLICY}")
+        server = self.new_server(policy=f'servers = ["{NOBODY}"]\n{QUIET_POLICY}')
         agent = self.new_agent(server).start()
         wait_until(lambda: agent.variable("server_list_cluster") == NOBODY + ",", "the server's list")
         agent.end()
@@ -81,7 +81,7 @@ class Settings(ProgramsTest):
         self.assertEqual(agent.last("Talking to server: "), NOBODY)
 
     def test_changed_list_of_servers_wins_over_the_servers_own(self):
-        server = self.new_server(policy=f"servers = {NOBODY}\n{QUIET_POLICY}")
+        server = self.new_server(policy=f'servers = ["{NOBODY}"]\n{QUIET_POLICY}')
         agent = self.new_agent(server).start()
         wait_until(lambda: agent.variable("server_list_cluster"), "the server's list")
         agent.end()

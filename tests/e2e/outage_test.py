@@ -2,12 +2,12 @@
 import signal
 import time
 
-from programs import POLICY, ProgramsTest, main
+from programs import POLICY, ProgramsTest, frequent, main
 
 AWAY_S = 32
 # Nine tenths of the checkin interval and a fifth of it at random, and what the machine adds.
 LONGEST_PAUSE_S = 11 + 4
-OFTEN = POLICY.replace("1 h", "10 s") + "[mem]\nfrequency = 2 s\n"
+OFTEN = POLICY.replace("1 h", "10 s") + frequent("mem", 2)
 
 
 class Outage(ProgramsTest):

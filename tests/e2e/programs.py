@@ -45,19 +45,29 @@ DOMAIN = "e2e"
 # Checks every few seconds, so that there is something to deliver; checkins only when a test forces them. The first
 # check of idle time takes a second, in which the agent hears nothing.
 POLICY = """
-checkin = 1 h
-[fs]
-frequency = 3 s
-[mem]
-frequency = 3 s
-[system.*]
-frequency = 3 s
-[system.idle]
-enabled = no
+checkin = "1 h"
+[[check]]
+name = "fs"
+frequency = "3 s"
+[[check]]
+name = "mem"
+frequency = "3 s"
+[[check]]
+name = "system.*"
+frequency = "3 s"
+[[check]]
+name = "system.idle"
+enabled = false
 """
 
 # Nothing happens behind the first round.
 QUIET_POLICY = POLICY.replace("3 s", "1 h")
+
+
+def frequent(name: str, seconds: int) -> str:
+    """More words of a policy: checks of this name every so many seconds."""
+    return f'[[check]]\nname = "{name}"\nfrequency = {seconds}\n'
+
 
 folder_of_programs = Path("build/linux")
 
@@ -143,7 +153,7 @@ class Server(Program):
         folder.mkdir(exist_ok=True)
         super().__init__(folder / "server.log")
         self.store = store or folder / "store.db"
-        self.policy = folder / "policy.conf"
+        self.policy = folder / "policy.toml"
         self.policy.write_text(policy)
         self.address = (own_address(), 0)
         self.options: tuple = ()

@@ -2,7 +2,7 @@
 import signal
 import time
 
-from programs import POLICY, ProgramsTest, QUIET_POLICY, main, wait_until
+from programs import POLICY, QUIET_POLICY, ProgramsTest, frequent, main, wait_until
 
 BURST = 1000
 AT_ONCE_S = 2.0
@@ -44,7 +44,7 @@ class ForcedCheckin(ProgramsTest):
 class Burst(ProgramsTest):
     def test_runs_every_check_a_thousand_times(self):
         # The burst begins when the check that was due next is due.
-        server = self.new_server(policy=QUIET_POLICY + "[system.uptime]\nfrequency = 2 s\n")
+        server = self.new_server(policy=QUIET_POLICY + frequent("system.uptime", 2))
         agent = self.new_agent(server).start()
         agent.wait_for_checks()
         agent.end()
@@ -67,7 +67,7 @@ class LogFile(ProgramsTest):
     """An agent that says something every second, whose log is re-opened."""
 
     def setUp(self):
-        self.server = self.new_server(policy=POLICY + "[mem]\nfrequency = 1 s\n")
+        self.server = self.new_server(policy=POLICY + frequent("mem", 1))
         self.agent = self.new_agent(self.server).start()
         self.agent.wait_for_checks()
         self.old = self.agent.log.with_name("agent.log.1.txt")

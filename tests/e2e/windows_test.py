@@ -12,13 +12,16 @@ DAY_S = 86400
 
 # Nobody can force a checkin here, so they come by themselves.
 POLICY = """
-checkin = 10 s
-[fs]
-frequency = 3 s
-[mem]
-frequency = 3 s
-[system.*]
-frequency = 3 s
+checkin = 10
+[[check]]
+name = "fs"
+frequency = 3
+[[check]]
+name = "mem"
+frequency = 3
+[[check]]
+name = "system.*"
+frequency = 3
 """
 
 

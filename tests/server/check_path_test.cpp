@@ -43,3 +43,31 @@ TEST(name_matches, takes_no_exponential_time) {
         pattern += "*a";
     EXPECT_FALSE(name_matches(pattern + "b", std::string(5000, 'a')));
 }
+
+TEST(is_log, knows_the_family) {
+    EXPECT_TRUE(is_log({"log", "/", "messages"}));
+    EXPECT_FALSE(is_log({"log"}));
+    EXPECT_FALSE(is_log({"fs", "/"}));
+}
+
+TEST(log_path, is_written_as_on_the_host) {
+    EXPECT_EQ(log_path({"log", "/", "var", "log", "syslog"}), "/var/log/syslog");
+    EXPECT_EQ(log_path({"log", "/", "messages"}), "/messages");
+    EXPECT_EQ(log_path({"log", "C:", "logs", "app.log"}), "C:\\logs\\app.log");
+    EXPECT_EQ(log_path({"log", "C:"}), "C:");
+    EXPECT_EQ(log_path({"log", "eventlog", "System"}), "eventlog/System");
+    EXPECT_EQ(log_path({"log", "System"}), "System");
+    EXPECT_EQ(log_path({"log", "/forward", "security"}), "/forward/security");
+}
+
+TEST(log_path_matches, lets_a_star_pass_slashes) {
+    EXPECT_TRUE(log_path_matches("/var/log/*", "/var/log/apache2/error.log"));
+    EXPECT_TRUE(log_path_matches("*.log", "C:\\logs\\app.log"));
+    EXPECT_FALSE(log_path_matches("/var/log/*", "/srv/var/log/a"));
+}
+
+TEST(log_path_matches, folds_case_but_behind_a_slash) {
+    EXPECT_FALSE(log_path_matches("/var/log/Syslog", "/var/log/syslog"));
+    EXPECT_TRUE(log_path_matches("c:\\Logs\\*", "C:\\logs\\APP.log"));
+    EXPECT_TRUE(log_path_matches("eventlog/system", "eventlog/System"));
+}

@@ -1,9 +1,11 @@
 #include "server/check_plan.h"
 
 #include "fakes/test_host.h"
+#include "platform/regex.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace {
 
@@ -14,13 +16,27 @@ device make_device(const std::string &id, uint32_t type, const std::string &unit
 
 policy built_in(const std::string &more = "") {
     policy rules;
-    EXPECT_SUCCESS(read_policy(BUILT_IN_POLICY + more, &rules));
+    regex_host = &regex_ops_host;
+    EXPECT_SUCCESS(read_policy(BUILT_IN_POLICY, &rules));
+    EXPECT_SUCCESS(read_policy(more, &rules));
     return rules;
 }
 
 // The check of one device under a policy, which must want it.
 planned_check plan_one(const std::string &family, const device &what, const std::string &more = "") {
     auto checks = plan_checks(built_in(more), {{{family, what.id}, what}});
+    EXPECT_EQ(checks.size(), 1U);
+    return checks.empty() ? planned_check() : checks[0];
+}
+
+// The check of a log with this path of Linux.
+planned_check plan_log(const std::string &path, const std::string &more) {
+    offered_device log = {.path = {"log", "/"}};
+    std::istringstream names(path.substr(1));
+    for (std::string name; std::getline(names, name, '/');)
+        log.path.push_back(name);
+    log.what = make_device(log.path.back(), 9);
+    auto checks = plan_checks(built_in(more), {log});
     EXPECT_EQ(checks.size(), 1U);
     return checks.empty() ? planned_check() : checks[0];
 }
@@ -86,7 +102,10 @@ TEST(plan_checks, needs_a_whole_for_a_share) {
 }
 
 TEST(plan_checks, counts_bytes_in_the_unit_of_the_device) {
-    const char *rule = "[x]\nwarn_low = 1 MB\nalert_low = 7";
+    const char *rule = R"([[check]]
+name = "x"
+warn_low = "1 MB"
+alert_low = 7)";
     planned_check check = plan_one("x", make_device("a", 7, "kB"), rule);
     EXPECT_DOUBLE_EQ(*check.conf.limits.warn_low, 1024);
     EXPECT_DOUBLE_EQ(*check.conf.limits.alert_low, 7);
@@ -94,14 +113,19 @@ TEST(plan_checks, counts_bytes_in_the_unit_of_the_device) {
 }
 
 TEST(plan_checks, lets_none_take_a_limit_away) {
-    planned_check check = plan_one("mem", make_device("phys", 7, "kB", 1000), "[mem.phys]\nwarn_low = none");
+    planned_check check = plan_one("mem", make_device("phys", 7, "kB", 1000), R"([[check]]
+name = "mem.phys"
+warn_low = "none")");
     EXPECT_FALSE(check.conf.limits.warn_low);
     EXPECT_TRUE(check.conf.limits.alert_low);
 }
 
 TEST(plan_checks, makes_bitmap_kinds_enumerations) {
     for (uint32_t type : {1, 2, 3, 5, 10, 11, 12, 13}) {
-        planned_check check = plan_one("x", make_device("a", type), "[x]\nalert_values = 2\nwarn_values = 0");
+        planned_check check = plan_one("x", make_device("a", type), R"([[check]]
+name = "x"
+alert_values = [2]
+warn_values = [0])");
         EXPECT_EQ(check.conf.kind, check_kind::enumeration) << type;
         EXPECT_EQ(check.conf.limits.severities, (std::vector<uint32_t>{1, 0, 2}));
     }
@@ -109,8 +133,11 @@ TEST(plan_checks, makes_bitmap_kinds_enumerations) {
 
 TEST(plan_checks, leaves_out_logs_actions_and_unknown_types) {
     for (uint32_t type : {6, 8, 9, 14, 99})
-        EXPECT_TRUE(
-            plan_checks(built_in("[x]\nfrequency = 20"), {{{"x", "a"}, make_device("a", type)}}).empty());
+        EXPECT_TRUE(plan_checks(built_in(R"([[check]]
+name = "x"
+frequency = 20)"),
+                                {{{"x", "a"}, make_device("a", type)}})
+                        .empty());
 }
 
 TEST(plan_checks, leaves_out_families_that_no_rule_names) {
@@ -118,12 +145,22 @@ TEST(plan_checks, leaves_out_families_that_no_rule_names) {
 }
 
 TEST(plan_checks, takes_a_minute_where_no_frequency_is_given) {
-    EXPECT_EQ(plan_one("proc", make_device("sshd", 1), "[proc.sshd]\nalert_values = 0").conf.frequency, 60);
-    EXPECT_EQ(plan_one("proc", make_device("sshd", 1), "[proc.sshd]\nenabled = yes").conf.frequency, 60);
+    EXPECT_EQ(plan_one("proc", make_device("sshd", 1), R"([[check]]
+name = "proc.sshd"
+alert_values = [0])")
+                  .conf.frequency,
+              60);
+    EXPECT_EQ(plan_one("proc", make_device("sshd", 1), R"([[check]]
+name = "proc.sshd"
+enabled = true)")
+                  .conf.frequency,
+              60);
 }
 
 TEST(plan_checks, leaves_out_what_is_not_enabled) {
-    policy rules = built_in("[fs./mnt*]\nenabled = no");
+    policy rules = built_in(R"([[check]]
+name = "fs./mnt*"
+enabled = false)");
     auto checks = plan_checks(
         rules, {{{"fs", "/mnt/cd"}, make_device("/mnt/cd", 7)}, {{"fs", "/"}, make_device("/", 7)}});
     ASSERT_EQ(checks.size(), 1U);
@@ -133,7 +170,96 @@ TEST(plan_checks, leaves_out_what_is_not_enabled) {
 TEST(plan_checks, checks_a_path_once) {
     std::vector<offered_device> twice = {{{"proc", "sh"}, make_device("sh", 1)},
                                          {{"proc", "sh"}, make_device("sh", 1)}};
-    EXPECT_EQ(plan_checks(built_in("[proc]\nenabled = yes"), twice).size(), 1U);
+    EXPECT_EQ(plan_checks(built_in(R"([[check]]
+name = "proc"
+enabled = true)"),
+                          twice)
+                  .size(),
+              1U);
+}
+
+// Logs
+
+TEST(plan_checks, configures_a_log_by_default) {
+    planned_check check = plan_log("/var/log/syslog", "");
+    EXPECT_EQ(check.conf.kind, check_kind::log);
+    EXPECT_EQ(check.conf.frequency, 30);
+    EXPECT_EQ(check.conf.id, "syslog");
+    EXPECT_EQ(check.conf.conf_id, "");
+    EXPECT_EQ(check.conf.log.separator, "\r?\n");
+    EXPECT_EQ(check.conf.log.inclusion, uint32_t{SEPARATOR_DROPPED});
+    EXPECT_FALSE(check.conf.log.warn_silence || check.conf.log.alert_silence);
+    ASSERT_EQ(check.conf.log.rules.size(), 2U);
+    EXPECT_EQ(check.conf.log.rules[0].status, STATUS_ALERT);
+    EXPECT_EQ(check.conf.log.rules[1].status, STATUS_WARNING);
+}
+
+TEST(plan_checks, configures_a_log_by_its_path) {
+    planned_check check = plan_log("/var/log/syslog", R"([[log]]
+path = "/var/log/sys*"
+frequency = 5
+separator = "\n\n"
+inclusion = "opens"
+warn_silence = 60
+alert_silence = "off"
+rules = [{clause = "'a'", status = "warn"}])");
+    EXPECT_EQ(check.conf.frequency, 5);
+    EXPECT_EQ(check.conf.log.separator, "\n\n");
+    EXPECT_EQ(check.conf.log.inclusion, uint32_t{SEPARATOR_OPENS});
+    EXPECT_EQ(check.conf.log.warn_silence, 60);
+    EXPECT_FALSE(check.conf.log.alert_silence);
+    ASSERT_EQ(check.conf.log.rules.size(), 1U);
+    EXPECT_EQ(check.conf.log.rules[0].clause, "'a'");
+}
+
+TEST(plan_checks, knows_logs_of_every_kind_by_their_paths) {
+    policy rules = built_in(R"([[log]]
+path = "C:\\logs\\*"
+enabled = false
+[[log]]
+path = "eventlog/*"
+frequency = 5)");
+    auto checks = plan_checks(rules, {{{"log", "C:", "logs", "app.log"}, make_device("app.log", 9)},
+                                      {{"log", "eventlog", "System"}, make_device("System", 9)}});
+    ASSERT_EQ(checks.size(), 1U);
+    EXPECT_EQ(checks[0].conf.id, "System");
+    EXPECT_EQ(checks[0].conf.frequency, 5);
+}
+
+TEST(plan_checks, leaves_logs_to_their_own_policy) {
+    EXPECT_EQ(plan_log("/a", "[[check]]\nname = \"*\"\nenabled = false").conf.id, "a");
+}
+
+TEST(plan_checks, sends_all_forward_groups_where_a_rule_names_one) {
+    std::string groups = R"(
+[[forward]]
+name = "ops"
+frequency = 7
+warn_silence = 90
+rules = [{clause = "'a'", decision = "call", destination = "last"}]
+[[forward]]
+name = "last"
+)";
+    std::string rule = R"([[log]]
+path = "/a"
+rules = [{clause = "'x'", decision = "copyto", destination = "ops"}])";
+    std::vector<offered_device> logs = {{{"log", "/", "a"}, make_device("a", 9)},
+                                        {{"log", "/", "b"}, make_device("b", 9)}};
+    EXPECT_EQ(plan_checks(built_in(groups), logs).size(), 2U);
+    auto checks = plan_checks(built_in(groups + rule), logs);
+    ASSERT_EQ(checks.size(), 4U);
+    const planned_check &ops = checks[2];
+    EXPECT_EQ(ops.path, (std::vector<std::string>{"log", "/forward", "ops"}));
+    EXPECT_EQ(ops.conf.id, "ops");
+    EXPECT_EQ(ops.conf.conf_id, "ops");
+    EXPECT_EQ(ops.conf.kind, check_kind::log);
+    EXPECT_EQ(ops.conf.frequency, 7);
+    EXPECT_EQ(ops.conf.log.warn_silence, 90);
+    ASSERT_EQ(ops.conf.log.rules.size(), 1U);
+    EXPECT_EQ(ops.conf.log.rules[0].destination, "last");
+    EXPECT_EQ(checks[3].conf.conf_id, "last");
+    EXPECT_EQ(checks[3].conf.frequency, 60);
+    EXPECT_TRUE(checks[3].conf.log.rules.empty());
 }
 
 TEST(group_checks, makes_the_tree_again) {

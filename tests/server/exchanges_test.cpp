@@ -83,7 +83,8 @@ TEST_F(exchanges, register_without_a_scan) {
 }
 
 TEST_F(exchanges, send_the_policys_servers_and_frequency) {
-    set_policy("checkin = 5 min\nservers = one:99, two");
+    set_policy(R"(checkin = "5 min"
+servers = ["one:99", "two"])");
     auto agent = open();
     wire_value reply = (*agent)->configure();
     EXPECT_EQ(reply[1].integer(), 300);
@@ -169,7 +170,10 @@ TEST_F(exchanges, configure_the_families_that_the_policy_knows) {
 }
 
 TEST_F(exchanges, configure_enumerations_by_value) {
-    set_policy("[proc.init]\nwarn_values = 2\nalert_values = 0");
+    set_policy(R"([[check]]
+name = "proc.init"
+warn_values = [2]
+alert_values = [0])");
     register_agent(host_tree());
     auto agent = open();
     wire_value reply = (*agent)->configure();
@@ -179,6 +183,92 @@ TEST_F(exchanges, configure_enumerations_by_value) {
     EXPECT_EQ(check[2][0][0].content, "\x02");
     EXPECT_EQ(check[2][0][1].content, "");
     EXPECT_EQ(check[2][0][2].content, "\x01");
+}
+
+// A host with one log, whose path is /log/app.
+static std::string log_tree() {
+    std::string folder = encode_group("log", encode_device("app", 9, "", NO_HINT));
+    return encode_group("log", "", encode_group("/", "", folder) + encode_group("/forward", ""));
+}
+
+TEST_F(exchanges, configure_a_log_with_its_rules) {
+    set_policy(R"([[log]]
+path = "/log/app"
+frequency = 20
+separator = "\r?\n"
+inclusion = "closes"
+warn_silence = 3600
+rules = [{clause = "'bad' and not 'x'", status = "alert"}, {clause = "'odd'", decision = "quiet", status = "warn"}])");
+    register_agent(log_tree());
+    auto agent = open();
+    wire_value reply = (*agent)->configure();
+    ASSERT_EQ(reply[3].parts.size(), 1U);
+    const wire_value &family = reply[3][0];
+    EXPECT_EQ(family[0].content, "log");
+    ASSERT_EQ(family[2].parts.size(), 1U); // no group without a need for it
+    const wire_value &check = family[2][0][2][0][1][0];
+    ASSERT_EQ(check.parts.size(), 3U);
+    EXPECT_EQ(check[0].integer(), 20);
+    EXPECT_EQ(check[1].content, "app");
+    const wire_value &log = check[2];
+    EXPECT_EQ(log.identifier, "\xA4");
+    ASSERT_EQ(log.parts.size(), 5U);
+    EXPECT_EQ(log[0].content, "\r?\n");
+    EXPECT_EQ(log[1].identifier, wire::enumerated);
+    EXPECT_EQ(log[1].content, "");
+    ASSERT_EQ(log[2].parts.size(), 2U);
+    EXPECT_EQ(log[2].identifier, wire::sequence);
+    const wire_value &rule = log[2][1];
+    EXPECT_EQ(rule.identifier, wire::sequence);
+    ASSERT_EQ(rule.parts.size(), 4U);
+    EXPECT_EQ(rule[0].content, "'odd'");
+    EXPECT_EQ(rule[1].content, "\x01"); // warn
+    EXPECT_EQ(rule[2].content, "\x01"); // quiet
+    EXPECT_EQ(rule[3].identifier, wire::text);
+    EXPECT_EQ(rule[3].content, "");
+    EXPECT_EQ(log[2][0][1].content, "\x02");
+    EXPECT_EQ(log[3].integer(), 3600);
+    EXPECT_TRUE(log[4].is_null()); // both silences always stand there
+}
+
+TEST_F(exchanges, send_forward_groups_with_the_name_that_rules_give) {
+    set_policy(R"([[forward]]
+name = "ops"
+rules = [{clause = "'x'"}]
+[[log]]
+path = "*"
+rules = [{clause = "'bad'", decision = "moveto", destination = "ops"}])");
+    register_agent(log_tree());
+    auto agent = open();
+    wire_value reply = (*agent)->configure();
+    const wire_value &groups = reply[3][0][2];
+    ASSERT_EQ(groups.parts.size(), 2U);
+    const wire_value &rule = groups[0][2][0][1][0][2][2][0];
+    EXPECT_EQ(rule[2].content, "\x02");
+    EXPECT_EQ(rule[3].content, "ops");
+    EXPECT_EQ(groups[1][0].content, "/forward");
+    const wire_value &group = groups[1][1][0];
+    ASSERT_EQ(group.parts.size(), 4U);
+    EXPECT_EQ(group[0].integer(), 60);
+    EXPECT_EQ(group[1].content, "ops");
+    EXPECT_EQ(group[2].identifier, "\xA4");
+    EXPECT_EQ(group[2][0].content, "");
+    EXPECT_EQ(group[2][1].content, "\x02");
+    EXPECT_EQ(group[3].identifier, wire::text);
+    EXPECT_EQ(group[3].content, "ops");
+}
+
+TEST_F(exchanges, keep_logs_and_what_they_tell) {
+    register_agent(log_tree());
+    EXPECT_EQ(rows("SELECT path, name, family, kind, frequency FROM checks"),
+              std::vector<std::string>{"log./.log.app|log./.log.app|log|log|30"});
+    std::vector<std::string> path = {"log", "/", "log", "app"};
+    deliver({{.time = now, .path = path, .value = encode_text("an error\tof \xFF"), .status = 2},
+             {.time = now, .path = path, .value = encode_text(""), .status = 1},
+             {.time = now, .path = path, .value = encode_text(std::string(65536, 'x')), .status = 0}});
+    EXPECT_EQ(rows("SELECT status, typeof(value), length(CAST(value AS BLOB)) FROM results ORDER BY id"),
+              (std::vector<std::string>{"2|text|13", "1|text|0", "0|text|65536"}));
+    EXPECT_EQ(rows("SELECT value FROM results ORDER BY id")[0], "an error\tof \xFF");
 }
 
 TEST_F(exchanges, keep_the_tree_as_it_was_offered) {
@@ -246,7 +336,9 @@ TEST_F(exchanges, configure_again_when_the_answer_was_lost) {
 
 TEST_F(exchanges, configure_again_when_the_policy_has_changed) {
     register_agent(host_tree());
-    set_policy("[fs]\nfrequency = 20");
+    set_policy(R"([[check]]
+name = "fs"
+frequency = 20)");
     auto agent = open();
     (*agent)->ask_time(now);
     EXPECT_EQ(flags_of((*agent)->checkin({})), "1100");
@@ -485,7 +577,7 @@ TEST_F(exchanges, grant_a_downtime) {
 }
 
 TEST_F(exchanges, grant_no_downtime_without_sense) {
-    set_policy("max_downtime = 1 h");
+    set_policy(R"(max_downtime = "1 h")");
     for (int64_t minutes : {0, -5, 61, INT32_MIN, INT32_MAX}) {
         auto agent = open();
         wire_value reply = (*agent)->request_downtime(minutes);

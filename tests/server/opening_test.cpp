@@ -129,7 +129,7 @@ TEST_F(opening, refuses_an_agent_that_lost_its_key) {
 
 TEST_F(opening, makes_a_new_key_where_the_policy_allows_it) {
     open();
-    set_policy("rekey = yes");
+    set_policy("rekey = true");
     std::string before = secrets.hostkey;
     secrets = {};
     open();
@@ -210,7 +210,7 @@ TEST_F(opening, refuses_names_without_sense) {
 
 TEST_F(opening, takes_no_new_agent_where_the_policy_forbids_it) {
     open();
-    set_policy("accept_new = no");
+    set_policy("accept_new = false");
     open();
     agent_secrets of_other;
     test_connection other(ports, "web2", &of_other);
@@ -278,7 +278,7 @@ protected:
     opening_with_two_keys() {
         open();
         old_secrets = secrets;
-        set_policy("rekey = yes");
+        set_policy("rekey = true");
         secrets = {};
         auto agent = connect();
         (*agent)->send((*agent)->wants());
@@ -319,7 +319,7 @@ TEST_F(opening_with_two_keys, takes_the_new_one_if_that_is_proven) {
 
 TEST_F(opening, offers_no_hallmark_of_another_key_than_the_one_in_turn) {
     open();
-    set_policy("rekey = yes");
+    set_policy("rekey = true");
     agent_secrets of_stranger;
     test_connection stranger(ports, "web1", &of_stranger);
     stranger->send(stranger->wants());

@@ -1,6 +1,7 @@
 #include "server/policy.h"
 
 #include "fakes/test_host.h"
+#include "platform/regex.h"
 
 #include <filesystem>
 #include <fstream>
@@ -12,19 +13,24 @@ namespace {
 // A policy of this text alone.
 policy read(const std::string &text) {
     policy rules;
+    regex_host = &regex_ops_host;
     EXPECT_SUCCESS(read_policy(text, &rules));
     return rules;
 }
 
 std::string failure_of(const std::string &text) {
     policy rules;
+    regex_host = &regex_ops_host;
     const char *failure = read_policy(text, &rules);
     return failure != nullptr ? failure : "(none)";
 }
 
 class policy_file : public testing::Test {
 protected:
-    policy_file() { std::ofstream(path) << "checkin = 5 min\n"; }
+    policy_file() {
+        regex_host = &regex_ops_host;
+        std::ofstream(path) << "checkin = \"5 min\"\n";
+    }
     ~policy_file() override { std::filesystem::remove(path); }
     const std::string path =
         std::filesystem::temp_directory_path() / ("tnserver_policy_" + std::to_string(getpid()));
@@ -34,6 +40,7 @@ protected:
 
 TEST(built_in_policy, is_what_the_documentation_tells) {
     policy rules;
+    regex_host = &regex_ops_host;
     EXPECT_SUCCESS(load_policy("", &rules));
     EXPECT_EQ(rules.checkin_frequency, 30);
     EXPECT_EQ(rules.rescan_s, 86400);
@@ -47,6 +54,7 @@ TEST(built_in_policy, is_what_the_documentation_tells) {
 
 TEST(built_in_policy, knows_three_families) {
     policy rules;
+    regex_host = &regex_ops_host;
     EXPECT_SUCCESS(load_policy("", &rules));
     EXPECT_EQ(rule_for(rules, "fs./var").frequency, 60);
     EXPECT_EQ(rule_for(rules, "mem.phys").frequency, 30);
@@ -55,7 +63,12 @@ TEST(built_in_policy, knows_three_families) {
 }
 
 TEST(read_policy, takes_settings_with_units) {
-    policy rules = read("checkin = 2 min\nrescan=12 h\nkeep_results = 0\nmax_agents = 7\nmax_downtime = 1 d");
+    policy rules = read(R"(
+checkin = "2 min"
+rescan = "12 h"
+keep_results = 0
+max_agents = 7
+max_downtime = "1 d")");
     EXPECT_EQ(rules.checkin_frequency, 120);
     EXPECT_EQ(rules.rescan_s, 43200);
     EXPECT_EQ(rules.keep_results_s, 0);
@@ -63,22 +76,27 @@ TEST(read_policy, takes_settings_with_units) {
     EXPECT_EQ(rules.max_downtime_min, 1440);
 }
 
-TEST(read_policy, cuts_blanks_and_comments) {
-    policy rules = read("# all\n\n \t checkin\t=  45 s   # often\r\nrekey = yes\n");
-    EXPECT_EQ(rules.checkin_frequency, 45);
-    EXPECT_TRUE(rules.rekey);
+TEST(read_policy, takes_bare_numbers_for_seconds) {
+    EXPECT_EQ(read("checkin = 45").checkin_frequency, 45);
+    EXPECT_EQ(read("checkin = 45.0").checkin_frequency, 45);
 }
 
-TEST(read_policy, keeps_a_hash_within_a_word) {
-    EXPECT_EQ(read("[custom.a#b]\nfrequency = 20").rules[0].pattern, "custom.a#b");
+TEST(read_policy, takes_words_for_true_and_false) {
+    EXPECT_TRUE(read("rekey = true").rekey);
+    policy rules = read("accept_new = false\nrekey = false");
+    EXPECT_FALSE(rules.rekey);
+    EXPECT_FALSE(rules.accept_new);
 }
 
-TEST(read_policy, lets_the_later_line_count) {
-    EXPECT_EQ(read("checkin = 20\ncheckin = 40").checkin_frequency, 40);
+TEST(read_policy, leaves_what_is_not_said_as_it_was) {
+    policy rules = read("checkin = 20");
+    EXPECT_SUCCESS(read_policy("rescan = 100", &rules));
+    EXPECT_EQ(rules.checkin_frequency, 20);
+    EXPECT_EQ(rules.rescan_s, 100);
 }
 
 TEST(read_policy, takes_servers_with_and_without_port) {
-    policy rules = read("servers = one, two.example:99");
+    policy rules = read(R"(servers = ["one", "two.example:99"])");
     ASSERT_EQ(rules.servers.size(), 2U);
     EXPECT_EQ(rules.servers[0].name, "one");
     EXPECT_EQ(rules.servers[0].port, 3241);
@@ -88,37 +106,73 @@ TEST(read_policy, takes_servers_with_and_without_port) {
 
 TEST(read_policy, holds_the_checkin_within_a_day) {
     EXPECT_EQ(failure_of("checkin = 10"), "(none)");
-    EXPECT_EQ(failure_of("checkin = 9"), "line 1: \"9\" is not 10 s to 1 d");
-    EXPECT_EQ(failure_of("checkin = 1 d"), "(none)");
-    EXPECT_EQ(failure_of("checkin = 86401"), "line 1: \"86401\" is not 10 s to 1 d");
+    EXPECT_EQ(failure_of("checkin = 9"), "line 1: checkin is to be 10 s to 1 d");
+    EXPECT_EQ(failure_of("checkin = \"1 d\""), "(none)");
+    EXPECT_EQ(failure_of("checkin = 86401"), "line 1: checkin is to be 10 s to 1 d");
 }
 
 TEST(read_policy, names_the_line_that_is_wrong) {
     EXPECT_EQ(failure_of("checkin = 30\n\nchekin = 30"), "line 3: nothing is called \"chekin\" here");
-    EXPECT_EQ(failure_of("words"), "line 1: neither \"key = value\" nor [NAME]");
-    EXPECT_EQ(failure_of("[fs"), "line 1: a section is [NAME], and a name may hold *");
-    EXPECT_EQ(failure_of("[]"), "line 1: a section is [NAME], and a name may hold *");
-    EXPECT_EQ(failure_of("rekey = maybe"), "line 1: \"maybe\" is not yes or no");
-    EXPECT_EQ(failure_of("servers = a:0"), "line 1: \"a:0\" is not host:port, host:port");
-    EXPECT_EQ(failure_of("servers = a:65536"), "line 1: \"a:65536\" is not host:port, host:port");
-    EXPECT_EQ(failure_of("max_agents = 5 min"), "line 1: \"5 min\" is not a number from 1 on");
-    EXPECT_EQ(failure_of("rescan = soon"), "line 1: \"soon\" is not 1 min or more");
+    EXPECT_EQ(failure_of("rekey = \"yes\""), "line 1: rekey is to be true or false");
+    EXPECT_EQ(failure_of("\naccept_new = 1"), "line 2: accept_new is to be true or false");
+    EXPECT_EQ(failure_of("max_agents = \"5 min\""), "line 1: max_agents is to be a number from 1 on");
+    EXPECT_EQ(failure_of("max_agents = 0"), "line 1: max_agents is to be a number from 1 on");
+    EXPECT_EQ(failure_of("rescan = \"soon\""), "line 1: rescan is to be 1 min or more");
+    EXPECT_EQ(failure_of("max_downtime = 59"), "line 1: max_downtime is to be 1 min or more");
+    EXPECT_EQ(failure_of("keep_results = [1]"), "line 1: keep_results is to be a time like 90 or \"5 min\"");
+    for (const char *servers : {"\"one\"", "[1]", "[\"a:0\"]", "[\"a:65536\"]", "[\":9\"]", "[\"a:b\"]"})
+        EXPECT_EQ(failure_of("servers = " + std::string(servers)),
+                  "line 1: servers is to be a list like [\"host:port\", \"host\"]");
 }
 
-TEST(read_policy, knows_settings_and_rules_apart) {
+TEST(read_policy, refuses_what_is_no_toml_with_its_line) {
+    EXPECT_EQ(failure_of("checkin = 30\nwords\n").substr(0, 8), "line 2: ");
+    EXPECT_EQ(failure_of("checkin = 30 s\n").substr(0, 8), "line 1: ");
+    EXPECT_EQ(failure_of("checkin = 30\ncheckin = 40\n").substr(0, 8), "line 2: ");
+    EXPECT_EQ(failure_of("[[check]\n").substr(0, 8), "line 1: ");
+    EXPECT_NE(failure_of("rekey = \"\xFF\"\n"), "(none)");
+}
+
+TEST(read_policy, takes_no_zero_byte_in_a_text) {
+    EXPECT_EQ(failure_of("[[check]]\nname = \"a\\u0000b\""),
+              "line 2: name is to be the name of a check, which may hold *");
+}
+
+TEST(read_policy, knows_settings_and_checks_apart) {
     EXPECT_EQ(failure_of("frequency = 30"), "line 1: nothing is called \"frequency\" here");
-    EXPECT_EQ(failure_of("[fs]\nrekey = yes"), "line 2: nothing is called \"rekey\" here");
+    EXPECT_EQ(failure_of("[[check]]\nname = \"fs\"\nrekey = true"),
+              "line 3: nothing is called \"rekey\" here");
+    EXPECT_EQ(failure_of("[fs]\nfrequency = 30"), "line 1: nothing is called \"fs\" here");
+}
+
+TEST(read_policy, needs_a_name_for_each_check) {
+    EXPECT_EQ(failure_of("\n[[check]]\nfrequency = 30"), "line 2: \"name\" is missing");
+    EXPECT_EQ(failure_of("[[check]]\nname = \"\""),
+              "line 2: name is to be the name of a check, which may hold *");
+}
+
+TEST(read_policy, needs_lists_of_tables) {
+    EXPECT_EQ(failure_of("\n[check]\nname = \"fs\""), "line 2: check is to be a list of tables");
+    EXPECT_EQ(failure_of("check = 5"), "line 1: check is to be a list of tables");
+    EXPECT_EQ(failure_of("check = [5]"), "line 1: check is to be a list of tables");
 }
 
 TEST(read_policy, takes_a_family_for_all_its_checks) {
-    policy rules = read("[fs]\nfrequency = 20\n[system.idle]\nfrequency = 30");
+    policy rules =
+        read("[[check]]\nname = \"fs\"\n[[check]]\nname = \"system.idle\"\n[[check]]\nname = \"*\"");
+    ASSERT_EQ(rules.rules.size(), 3U);
     EXPECT_EQ(rules.rules[0].pattern, "fs.*");
     EXPECT_EQ(rules.rules[1].pattern, "system.idle");
+    EXPECT_EQ(rules.rules[2].pattern, "*");
 }
 
 TEST(read_policy, takes_limits_of_every_form) {
-    policy rules =
-        read("[x]\nwarn_low = 10 % at most 20 GB\nalert_low = 600\nwarn_high=2 h\nalert_high = none");
+    policy rules = read(R"([[check]]
+name = "x"
+warn_low = "10 % at most 20 GB"
+alert_low = 600
+warn_high = "2 h"
+alert_high = "none")");
     const check_rule &rule = rules.rules[0];
     EXPECT_TRUE(rule.warn_low->share);
     EXPECT_DOUBLE_EQ(rule.warn_low->number, 0.1);
@@ -132,20 +186,32 @@ TEST(read_policy, takes_limits_of_every_form) {
 
 TEST(read_policy, refuses_limits_without_sense) {
     for (const char *value :
-         {"-5", "101 %", "ten", "5 apples", "10 at most 5", "10 % at most", "10 % 5", "", "nan"})
-        EXPECT_NE(failure_of("[x]\nwarn_low = " + std::string(value)), "(none)") << value;
+         {"-5", "\"101 %\"", "\"ten\"", "\"5 apples\"", "\"10 at most 5\"", "\"10 % at most\"", "\"10 % 5\"",
+          "\"\"", "nan", "true", "[5]", "\"none at most 5\""})
+        EXPECT_EQ(failure_of("[[check]]\nname = \"x\"\nwarn_low = " + std::string(value)),
+                  "line 3: warn_low is to be a number, a share like \"10 % at most 20 GB\", or \"none\"")
+            << value;
 }
 
 TEST(read_policy, takes_values_of_an_enumeration) {
-    policy rules = read("[scm]\nalert_values = 0, 31\nwarn_values = none");
+    std::string check = "[[check]]\nname = \"scm\"\n";
+    policy rules = read(check + "alert_values = [0, 31]\nwarn_values = []");
     EXPECT_EQ(*rules.rules[0].alert_values, (std::vector<uint32_t>{0, 31}));
     EXPECT_TRUE(rules.rules[0].warn_values->empty());
-    EXPECT_EQ(failure_of("[scm]\nalert_values = 32"), "line 2: \"32\" is not numbers from 0 to 31");
-    EXPECT_EQ(failure_of("[scm]\nalert_values = 1.5"), "line 2: \"1.5\" is not numbers from 0 to 31");
+    for (const char *value : {"[32]", "[1.5]", "[-1]", "5", "[\"1\"]"})
+        EXPECT_EQ(failure_of(check + "alert_values = " + value),
+                  "line 3: alert_values is to be a list of numbers from 0 to 31")
+            << value;
 }
 
 TEST(rule_for, lets_later_rules_override_what_they_name) {
-    policy rules = read("[fs]\nfrequency = 60\nwarn_low = 10 %\n[fs./var]\nwarn_low = 5 %");
+    policy rules = read(R"([[check]]
+name = "fs"
+frequency = 60
+warn_low = "10 %"
+[[check]]
+name = "fs./var"
+warn_low = "5 %")");
     check_rule rule = rule_for(rules, "fs./var");
     EXPECT_EQ(rule.frequency, 60);
     EXPECT_DOUBLE_EQ(rule.warn_low->number, 0.05);
@@ -153,10 +219,14 @@ TEST(rule_for, lets_later_rules_override_what_they_name) {
 }
 
 TEST(policy_fingerprint, changes_with_what_means_something) {
-    std::string base = read("checkin = 30\n[fs]\nfrequency = 60").fingerprint;
-    EXPECT_EQ(read("# hello\n checkin = 30 \n\n[fs]\nfrequency = 60  # s").fingerprint, base);
-    EXPECT_NE(read("checkin = 30\n[fs]\nfrequency = 61").fingerprint, base);
-    EXPECT_NE(read("[fs]\nfrequency = 60").fingerprint, base);
+    std::string check = "[[check]]\nname = \"fs\"\nfrequency = ";
+    std::string base = read("checkin = 30\n" + check + "60").fingerprint;
+    EXPECT_EQ(read("# hello\n checkin=30 \n\n" + check + "60  # s").fingerprint, base);
+    EXPECT_NE(read("checkin = 30\n" + check + "61").fingerprint, base);
+    EXPECT_NE(read(check + "60").fingerprint, base);
+    policy rules = read("checkin = 30\n" + check + "60");
+    EXPECT_SUCCESS(read_policy("rekey = true", &rules));
+    EXPECT_NE(rules.fingerprint, read("rekey = true").fingerprint);
     EXPECT_NE(base, "");
 }
 
@@ -174,7 +244,7 @@ TEST_F(policy_file, may_be_empty) {
 }
 
 TEST_F(policy_file, is_named_with_the_line_that_is_wrong) {
-    std::ofstream(path) << "checkin = 30\ncolour = red\n";
+    std::ofstream(path) << "checkin = 30\ncolour = \"red\"\n";
     policy rules;
     EXPECT_FAILURE(load_policy(path, &rules), path + ", line 2: nothing is called \"colour\" here");
 }

@@ -117,11 +117,11 @@ TEST_F(tnserver, watches_what_agents_do) {
 
 TEST_F(tnserver, does_not_start_with_a_wrong_policy) {
     std::string policy = store_path + ".policy";
-    std::ofstream(policy) << "checkin = often\n";
+    std::ofstream(policy) << "checkin = \"often\"\n";
     outcome wrong = run({"--policy", policy, "--store", store_path});
     std::filesystem::remove(policy);
     EXPECT_EQ(wrong.status, 2);
-    EXPECT_EQ(wrong.text, "tnserver: " + policy + ", line 1: \"often\" is not 10 s to 1 d\n");
+    EXPECT_EQ(wrong.text, "tnserver: " + policy + ", line 1: checkin is to be 10 s to 1 d\n");
 }
 
 TEST_F(tnserver, does_not_start_with_an_upgrade_that_no_agent_takes) {

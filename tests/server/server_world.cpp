@@ -3,6 +3,7 @@
 #include "crypto/random_fill.h"
 #include "platform/clock.h"
 #include "platform/errors.h"
+#include "platform/regex.h"
 #include "server/check_path.h"
 #include "server/value_text.h"
 
@@ -86,6 +87,7 @@ server_world::server_world() {
     error_host = &error_ops_host;
     clock_host = &clock_ops_host;
     random_host = &random_ops_host;
+    regex_host = &regex_ops_host;
     now = 1'700'000'000;
     // In memory where the host has such a folder: every delivery waits for the disk.
     std::filesystem::path folder = "/dev/shm";

@@ -46,6 +46,27 @@ TEST_F(summary_of_store, counts_by_family_and_status) {
     EXPECT_EQ(found.families[1].checks, 0);
 }
 
+TEST_F(summary_of_store, counts_logs_and_forward_groups) {
+    set_policy(R"([[forward]]
+name = "ops"
+[[log]]
+path = "*"
+rules = [{clause = "'bad'", decision = "copyto", destination = "ops"}])");
+    register_agent(encode_group(
+        "log", "", encode_group("/", encode_device("a", 9, "", NO_HINT)) + encode_group("/forward", "")));
+    deliver({{.time = now, .path = {"log", "/", "a"}, .value = encode_text("bad"), .status = 2},
+             {.time = now, .path = {"log", "/", "a"}, .value = encode_text("")}});
+    store_summary found = summary();
+    ASSERT_EQ(found.families.size(), 1U);
+    const family_summary &log = found.families[0];
+    EXPECT_EQ(log.name, "log");
+    EXPECT_EQ(log.offered, 1);
+    EXPECT_EQ(log.checks, 2);
+    EXPECT_EQ(log.results[0], 1);
+    EXPECT_EQ(log.results[2], 1);
+    EXPECT_EQ(found.silent_checks, names({"web1: log./forward.ops"}));
+}
+
 TEST_F(summary_of_store, names_checks_without_a_result) {
     register_host();
     deliver({phys(0)});

@@ -51,6 +51,37 @@ TEST(shown, is_cut) {
     EXPECT_EQ(shown("abcdefg", 6), "abcdef...");
 }
 
+TEST(log_text, writes_out_what_a_terminal_would_obey) {
+    EXPECT_EQ(log_text("a\tb\033[2J\x7F"), "a\\tb\\x1B[2J\\x7F");
+    EXPECT_EQ(log_text("one\r\n two"), "one\\r\\n two");
+    EXPECT_EQ(log_text("\xC2\x9B"), "\\xC2\\x9B"); // a control character of two bytes
+}
+
+TEST(log_text, leaves_letters_as_they_are) {
+    std::string text = "Gr\xC3\xBC\xC3\x9F"
+                       "e \xE2\x82\xAC \xF0\x9F\x98\x80 \xC2\xA0";
+    EXPECT_EQ(log_text(text), text);
+}
+
+TEST(log_text, writes_out_bytes_that_are_no_letters) {
+    EXPECT_EQ(log_text("Gr\xFC\xDF"), "Gr\\xFC\\xDF");
+    EXPECT_EQ(log_text("\xC3"), "\\xC3");
+    EXPECT_EQ(log_text("\xE2\x82"), "\\xE2\\x82");
+    EXPECT_EQ(log_text("\xC0\x80 \xF5\x80\x80\x80"), "\\xC0\\x80 \\xF5\\x80\\x80\\x80");
+}
+
+TEST(log_text, leaves_out_the_end_of_the_line) {
+    EXPECT_EQ(log_text("line\r\n"), "line");
+    EXPECT_EQ(log_text("\n"), "");
+}
+
+TEST(log_text, is_cut_between_letters) {
+    EXPECT_EQ(log_text("abcdef", 6), "abcdef");
+    EXPECT_EQ(log_text("abcdefg", 6), "abcdef... (1 more)");
+    EXPECT_EQ(log_text("abcdef\n", 6), "abcdef");
+    EXPECT_EQ(log_text("abcde\xC3\xBCg", 6), "abcde\xC3\xBC... (1 more)");
+}
+
 TEST(time_text, is_local) {
     test_host host;
     EXPECT_EQ(time_text(1'000'000'000), "2001-09-09 01:46:40");

@@ -68,6 +68,32 @@ TEST_F(watching, shows_no_value_of_an_error) {
     EXPECT_NE(printed().find("error                 -  as usual"), std::string::npos);
 }
 
+TEST_F(watching, shows_a_log_by_its_path_and_text) {
+    watch shower = make(true);
+    check_result result = {.check_time = 1'000'000'005,
+                           .status = STATUS_WARNING,
+                           .path = {"log", "/", "var", "log", "syslog"},
+                           .value = std::string("disk\tis \033[2Jfull\n")};
+    deliver(shower, result, "");
+    EXPECT_EQ(printed(), "2001-09-09 01:46:45  web1@office     /var/log/syslog       warning  "
+                         "disk\\tis \\x1B[2Jfull\n");
+}
+
+TEST_F(watching, shows_a_dash_for_a_log_that_says_nothing) {
+    watch shower = make(true);
+    for (const result_value &value : {result_value(std::string()), result_value()})
+        deliver(shower, {.path = {"log", "/forward", "ops"}, .value = value}, "");
+    std::string text = printed();
+    EXPECT_NE(text.find("/forward/ops          good     -\n"), std::string::npos);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '-'), 6); // two of them in each date
+}
+
+TEST_F(watching, cuts_a_long_record_of_a_log) {
+    watch shower = make(true);
+    deliver(shower, {.path = {"log", "C:", "app.log"}, .value = std::string(65536, 'x')}, "");
+    EXPECT_NE(printed().find("xxx... (65136 more)\n"), std::string::npos);
+}
+
 TEST_F(watching, tells_an_upgrade_to_everyone) {
     watch shower = make(false);
     shower.upgraded(agent, 5154);
