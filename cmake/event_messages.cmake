@@ -8,7 +8,7 @@ add_custom_command(
     COMMAND ${CMAKE_RC_COMPILER} -I ${messages_folder} ${messages_folder}/event_messages_win32.rc
             ${messages_folder}/event_messages.o
     DEPENDS ${messages} VERBATIM)
-add_library(event_messages OBJECT IMPORTED)
+add_library(event_messages OBJECT IMPORTED GLOBAL)
 set_target_properties(event_messages PROPERTIES IMPORTED_OBJECTS ${messages_folder}/event_messages.o)
 add_custom_target(event_messages_made DEPENDS ${messages_folder}/event_messages.o)
 add_dependencies(event_messages event_messages_made)
