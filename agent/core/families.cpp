@@ -1,14 +1,19 @@
 #include "core/families.h"
 
 #include "core/os_arch.h"
+#include "core/schedule.h"
 #include "core/upgrade.h"
 #include "devtree/check_table.h"
+#include "logcheck/log_check.h"
+#include "logcheck/log_rules.h"
+#include "logcheck/log_scan.h"
 #include "platform/fatal.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/system_load.h"
 #include "protocol/checkin.h"
+#include "protocol/configure.h"
 
 // In scan order. A row without functions offers nothing, and a check of it finds an unknown device.
 static check_entry rows[] = {
@@ -20,7 +25,7 @@ static check_entry rows[] = {
     {"ifthrough", nullptr, nullptr, 0},
     {"ifevents", nullptr, nullptr, 0},
     {"custom", nullptr, nullptr, 0},
-    {"log", nullptr, nullptr, CHECK_SELF_QUEUE},
+    {"log", scan_log, check_log, CHECK_SELF_QUEUE},
     {"scm", nullptr, nullptr, 0},
     {"perf", nullptr, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
@@ -35,6 +40,8 @@ void connect_rooms() {
     check_table = rows;
     fatal_cleanup = platform_cleanup;
     start_download_hook = start_download;
+    checkin_overdue_hook = checkin_overdue;
+    log_rule_resolve_hook = log_rule_resolve;
 }
 
 void families_reset() {

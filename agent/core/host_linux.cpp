@@ -3,6 +3,7 @@
 #include "core/command_pipe_ops.h"
 #include "core/parent_pipes_ops.h"
 #include "core/signals.h"
+#include "logcheck/log_scan_ops.h"
 #include "platform/clock.h"
 #include "platform/crash.h"
 #include "platform/errors.h"
@@ -45,6 +46,10 @@ void use_host() {
     host_info_host = &host_info_ops_host;
     memory_host = &memory_ops_host;
     perf_counter_host = &perf_counter_ops_host;
+
+    // log checks
+    log_scan_host = &log_scan_ops_host;
+    log_path_style_in_force = log_scan_host->style;
 
     // the process and its neighbours
     command_pipe_host = &command_pipe_ops_host;

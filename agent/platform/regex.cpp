@@ -1,6 +1,7 @@
 #include "platform/regex.h"
 
 #include "platform/heap.h"
+#include "platform/regex_tree.h"
 #include "platform/text.h"
 
 #include <cstring>
@@ -25,16 +26,39 @@ static void rewrite_word_boundaries(char *pattern) {
     *to = '\0';
 }
 
+// The byte of a pattern that is a single one, or 0.
+static char literal_of(const char *pattern) {
+    regex_tree tree;
+    if (strlen(pattern) > 4 || !regex_tree_parse(pattern, &tree)) return '\0';
+    const regex_node *root = &tree.nodes[tree.root];
+    int byte = root->kind == RX_BYTES ? tree.sets[root->set].only_byte() : 0;
+    regex_tree_free(&tree);
+    return static_cast<char>(byte);
+}
+
 int tn_regcomp(tn_regex *out, const char *pattern) {
     *out = {};
     text_guard rewritten(text_copy(pattern));
     if (rewritten == nullptr) return TN_REG_UNUSABLE;
     rewrite_word_boundaries(rewritten.get());
-    return regex_host->regcomp(out, rewritten.get());
+    int code = regex_host->regcomp(out, rewritten.get());
+    if (code != 0) return code;
+    out->literal = literal_of(rewritten.get());
+    out->pattern = rewritten.release();
+    return 0;
+}
+
+static int find_literal(char literal, const char *text, size_t count, tn_match *matches) {
+    const char *found = strchr(text, literal);
+    if (found == nullptr) return TN_REG_NOMATCH;
+    for (size_t i = 0; i < count; i++)
+        matches[i] = i == 0 ? tn_match{found - text, found - text + 1} : tn_match{-1, -1};
+    return 0;
 }
 
 int tn_regexec(const tn_regex *regex, const char *text, size_t count, tn_match *matches) {
     if (regex->compiled == nullptr) return TN_REG_UNUSABLE;
+    if (regex->literal != '\0') return find_literal(regex->literal, text, count, matches);
     return regex_host->regexec(regex, text, count, matches);
 }
 
@@ -44,5 +68,6 @@ void tn_regerror(int code, const tn_regex *regex, char *buffer, size_t size) {
 
 void tn_regfree(tn_regex *regex) {
     if (regex->compiled != nullptr) regex_host->regfree(regex);
+    heap_free(regex->pattern);
     *regex = {};
 }

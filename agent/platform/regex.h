@@ -9,6 +9,8 @@
 struct tn_regex {
     void *compiled;
     size_t re_nsub;
+    char *pattern; // as the engine has it
+    char literal;  // the one byte that the pattern is, 0 for any other pattern
 };
 
 struct tn_match {

@@ -8,6 +8,7 @@
 #include "devtree/fake_checks.h"
 #include "devtree/live_trees.h"
 #include "devtree/retention.h"
+#include "logcheck/log_conf.h"
 #include "platform/agent_log.h"
 #include "platform/clock.h"
 #include "platform/crash.h"
@@ -58,6 +59,7 @@ void forget_agent_state() {
     provider_reset();
     drives_reset();
     memory_reset();
+    log_conf_reset();
 
     // state, settings and the ground floor
     var_reset();

@@ -3,6 +3,7 @@
 #include "core/run_loop.h"
 #include "core/startup.h"
 #include "fakes/notes.h"
+#include "logcheck/log_scan_ops.h"
 #include "platform/agent_log.h"
 #include "platform/crash.h"
 #include "platform/registry.h"
@@ -14,6 +15,7 @@
 #include "probes/os/perf_counter_ops.h"
 #include "settings/registry_file.h"
 #include "sim/agent_state.h"
+#include "sim/sim_folders.h"
 #include "sim/sim_services.h"
 
 #include <cstdlib>
@@ -48,6 +50,10 @@ static void use_sim() {
     host_info_host = &sim_host_info;
     memory_host = &sim_memory;
     perf_counter_host = &sim_counters;
+
+    // log checks
+    log_scan_host = &sim_log_scan;
+    log_path_style_in_force = log_scan_host->style;
 
     // the process and its neighbours
     command_pipe_host = &sim_command_pipe;
