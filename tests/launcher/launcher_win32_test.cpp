@@ -73,7 +73,8 @@ struct child {
 
 // Until the process has ended, which no wait of the launcher's is told yet.
 void wait_for_death(const child &agent) {
-    WaitForSingleObject(reinterpret_cast<HANDLE>(static_cast<intptr_t>(agent.process)), 20'000);
+    HANDLE process = reinterpret_cast<HANDLE>(static_cast<intptr_t>(agent.process));
+    EXPECT_EQ(WaitForSingleObject(process, 20'000), DWORD{WAIT_OBJECT_0});
 }
 
 // How the host takes a command line apart.
