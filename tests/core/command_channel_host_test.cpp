@@ -1,9 +1,9 @@
 // The command channel on the host's own pipe, with clients in great numbers.
 #include "core/command_channel.h"
 
-#include "core/open_handles.h"
 #include "core/os_arch.h"
 #include "core/start_fixture.h"
+#include "fakes/open_handles.h"
 #include "fakes/temp_folder.h"
 #include "platform/heap.h"
 

@@ -18,6 +18,7 @@ SERVICE = "tnagent"
 CURRENT_SERVICE = r"HKLM\SYSTEM\CurrentControlSet\Control\ServiceCurrent"
 EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Tarnix"
 STOP_LIMIT_S = 15  # Wine takes its time to tell the end of a process
+ERROR_OF_ITS_OWN = 1066
 ACCESS_VIOLATION = -1073741819
 DETECTED = "An application error has been detected. Please report this error and submit the dump file in"
 
@@ -224,11 +225,13 @@ class Service(LauncherTest):
         self.assertIn("the service tnagent is registered", done.stderr)
 
     @staticmethod
-    def state() -> tuple[str, int] | None:
-        """What the service manager says of the service, with its own exit status; nothing where there is none."""
+    def state() -> tuple[str, int, int] | None:
+        """What the service manager says of the service, with the system's code of its end and its own; nothing where
+        there is none."""
         told = in_wine("sc", "query", SERVICE).stdout
-        if match := re.search(r"STATE\s*: \d+\s+(\w+)[\s\S]*SERVICE_EXIT_CODE\s*: (\d+)", told):
-            return match[1], int(match[2])
+        if match := re.search(r"STATE\s*: \d+\s+(\w+)[\s\S]*WIN32_EXIT_CODE\s*: (\d+)[\s\S]*SERVICE_EXIT_CODE\s*: (\d+)",
+                              told):
+            return match[1], int(match[2]), int(match[3])
         return None
 
     def test_is_registered_with_its_words_and_its_source_of_events(self):
@@ -247,10 +250,10 @@ class Service(LauncherTest):
         self.install()
         self.assertEqual(in_wine("sc", "start", SERVICE).returncode, 0)
         agent.wait_for_checks()
-        self.assertEqual(self.state(), ("RUNNING", 0))
+        self.assertEqual(self.state(), ("RUNNING", 0, 0))
         self.assertTrue((self.program_folder / "tnagent.exe").exists())
         in_wine("sc", "stop", SERVICE)
-        wait_until(lambda: self.state() == ("STOPPED", 0), "the end of the service")
+        wait_until(lambda: self.state() == ("STOPPED", 0, 0), "the end of the service")
         self.assert_stopped(agent)
 
     def test_is_stopped_and_removed_without_a_trace(self):
@@ -275,7 +278,7 @@ class Service(LauncherTest):
         launcher.wait_for("keeps the program in")
         self.install()
         in_wine("sc", "start", SERVICE)
-        wait_until(lambda: self.state() == ("STOPPED", 1), "a service that has failed")
+        wait_until(lambda: self.state() == ("STOPPED", ERROR_OF_ITS_OWN, 1), "a service that has failed")
         launcher.agent.wait_for("Successful checkin")
         self.assert_ends(launcher)
 

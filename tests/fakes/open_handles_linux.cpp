@@ -1,4 +1,4 @@
-#include "core/open_handles.h"
+#include "fakes/open_handles.h"
 
 #include <filesystem>
 #include <iterator>
