@@ -49,9 +49,6 @@ void use_host() {
     places_host = &places_ops_host;
     registry_host = &registry_ops_host;
 
-    // logs
-    event_log_host = &event_log_ops_host;
-
     // probes of the operating system
     drives_host = &drives_ops_host;
     host_info_host = &host_info_ops_host;
@@ -59,6 +56,7 @@ void use_host() {
     perf_counter_host = &perf_counter_ops_host;
 
     // log checks
+    event_log_host = &event_log_ops_host;
     log_scan_host = &log_scan_ops_host;
     log_path_style_in_force = log_scan_host->style;
 

@@ -78,8 +78,14 @@ void free_devtree(devtree *group) {
     }
 }
 
+void lognode_changed(lognode *node) {
+    if (node->index != nullptr) node->index_free(node->index);
+    node->index = nullptr;
+}
+
 void free_lognode(lognode *node) {
     if (node == nullptr) return;
+    lognode_changed(node);
     tn_regfree(&node->separator);
     free_logrule_list(node->rules);
     heap_free(node);
@@ -159,6 +165,7 @@ void lognode_add_rule(lognode *node, logrule *rule) {
     while (*link != nullptr)
         link = &(*link)->next;
     *link = rule;
+    lognode_changed(node);
 }
 
 static uint32_t depth_of(const devtree *group) {

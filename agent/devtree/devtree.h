@@ -14,6 +14,7 @@
 #include <cstdint>
 
 struct log_check_cond;
+struct rule_index;
 struct devnode;
 
 // Kinds of a configured check.
@@ -58,13 +59,16 @@ struct logrule {
     logrule *next;
 };
 
-// What the server says about a log check. Only `rules` is clear in a new one.
+// What the server says about a log check. Only `rules` and what follows are clear in a new one.
 struct lognode {
     tn_regex separator;
     uint32_t separatorInclusion;
     int64_t warningSilence; // seconds, -1 for off
     int64_t alertSilence;
     logrule *rules;
+    int64_t activity_stored; // the time of activity that stands in its variable, 0 where that is not known
+    rule_index *index;       // private to the walk of the rules
+    void (*index_free)(rule_index *index);
 };
 
 // One line of host information. Without a value it is a heading, without a label it goes on with the item
@@ -161,6 +165,9 @@ void free_no_state(devnode *device);
 
 // Appends at the tail of the device's queue, which then owns the result.
 void append_result(devnode *device, resnode *result);
+
+// Forgets what was made of the separator and the rules.
+void lognode_changed(lognode *node);
 
 // Appends at the end of the rules.
 void lognode_add_rule(lognode *node, logrule *rule);

@@ -15,6 +15,7 @@ enum : uint32_t { COND_REGEX = 1, COND_NOT = 2, COND_AND = 3, COND_OR = 4 };
 struct log_check_cond {
     uint32_t type;
     tn_regex regex;        // COND_REGEX
+    uint32_t number;       // COND_REGEX: for who runs many expressions together
     log_check_cond *child; // COND_NOT
     log_check_cond *left;  // COND_AND, COND_OR
     log_check_cond *right;

@@ -22,5 +22,6 @@ inline constexpr uint32_t READ_BUFFER_LIMIT = 64 << 20;
 // Reads what is new in the log that is named by the check's id, and walks each line through its rules. Where
 // the host has no event logs, that is the failure. Otherwise the position is moved on, in the state that the
 // check has by then; a first check takes it from the variables, and a log that is new to the host is followed
-// from its end. With a failure the position is as it was, and the next check reads the same again.
+// from its end. With a failure the position is as it was, and the next check reads the same again; a log that
+// fails at its first check is read whole by the next one, since its position is still 0.
 [[nodiscard]] const char *read_event_log(devnode *device, bool first_check);

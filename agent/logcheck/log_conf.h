@@ -32,8 +32,8 @@ struct log_conf_line {
     log_conf_line *next;
 };
 
-inline constexpr size_t LOG_CONF_LINE_LENGTH =
-    1023; // characters; what is longer goes on as a line of its own
+// Characters of a line; what is longer goes on as a line of its own.
+inline constexpr size_t LOG_CONF_LINE_LENGTH = 1023;
 inline constexpr size_t LOG_CONF_FILE_LIMIT = size_t{1} << 20; // bytes; a longer file cannot be read
 
 // A new list, the last line first; absent where the file has failed.

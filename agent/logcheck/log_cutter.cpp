@@ -3,6 +3,7 @@
 #include "logcheck/log_check.h"
 #include "logcheck/log_follow.h"
 #include "logcheck/log_rules.h"
+#include "logcheck/rule_index.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/regex.h"
@@ -68,7 +69,7 @@ static bool pass_separator(log_cutter *cutter, const tn_match *separator) {
     return true;
 }
 
-static void cut_chunk(log_cutter *cutter) {
+static void cut_one_by_one(log_cutter *cutter) {
     const tn_regex *separator = &cutter->node->separator;
     int code;
     for (;;) {
@@ -80,6 +81,49 @@ static void cut_chunk(log_cutter *cutter) {
     char words[80];
     tn_regerror(code, separator, words, sizeof words);
     agent_log(LOG_WARNING, "Error finding log separator: %s", words);
+}
+
+// The last byte of this value, or absent.
+static char *find_last(char *start, char *end, char byte) {
+    while (end > start)
+        if (*--end == byte) return end;
+    return nullptr;
+}
+
+// Puts the search behind the separator at `place`.
+static void search_behind(log_cutter *cutter, char *place) {
+    cutter->sep_start = place;
+    cutter->search = place + 1;
+}
+
+static void take_found(log_cutter *cutter, char *place) {
+    if (char *before = find_last(cutter->search, place, *place)) search_behind(cutter, before);
+    tn_match separator = {.start = place - cutter->search, .end = place - cutter->search + 1};
+    take_record(cutter, &separator);
+    search_behind(cutter, place);
+}
+
+// Hands on only the records that a rule may report, without a look at each of the others. False where they
+// have to be looked at one by one.
+static bool cut_many(log_cutter *cutter) {
+    char separator = cutter->node->separator.literal;
+    if (separator == '\0' || log_shows(LOG_TRACE)) return false;
+    char *start = cutter->search;
+    if (memchr(start, '\0', static_cast<size_t>(cutter->fill - start)) != nullptr) return false;
+    char *last = find_last(start, cutter->fill, separator);
+    if (last == nullptr) return true;
+    uint16_t places[LOG_BUFFER_SIZE / 2 + RUN_SLACK];
+    uint32_t count =
+        find_reported_records(cutter->device->lognode, start, last + 1, cutter->sep_start != start, places);
+    if (count == RECORDS_NOT_KNOWN) return false;
+    for (uint32_t i = 0; i < count; i++)
+        take_found(cutter, start + places[i]);
+    search_behind(cutter, last);
+    return true;
+}
+
+static void cut_chunk(log_cutter *cutter) {
+    if (!cut_many(cutter)) cut_one_by_one(cutter);
 }
 
 // Makes room in a full buffer: what a separator has closed goes, and a record that fills it all is split.

@@ -30,4 +30,7 @@ struct log_match_list {
 void add_log_match(log_match_list *list, uint32_t kind, uint32_t strict, const char *name,
                    const log_path_part *rest);
 
+// Leaves the list empty.
 void free_log_matches(log_match_list *list);
+
+using log_matches_guard = guard<log_match_list, free_log_matches>;

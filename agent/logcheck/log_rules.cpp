@@ -1,7 +1,7 @@
 #include "logcheck/log_rules.h"
 
-#include "logcheck/clause.h"
 #include "logcheck/log_silence.h"
+#include "logcheck/rule_index.h"
 #include "platform/agent_log.h"
 #include "platform/clock.h"
 #include "platform/fatal.h"
@@ -94,15 +94,26 @@ static void report_cycle(const char *entry, devnode *device, const walk_link *ch
     agent_log(LOG_WARNING, "Log forwarding cycle detected: %s", path.get());
 }
 
+// Once a second does: a log may report thousands of entries in one.
+static void end_silence(devnode *device, int64_t now) {
+    if (device->lognode->activity_stored == now) return;
+    log_silence_reset(device, now, STATUS_GOOD);
+    device->lognode->activity_stored = now;
+}
+
+bool rule_is_silent(const logrule *rule) {
+    return rule->status == STATUS_GOOD && rule->decision == DECISION_QUIET;
+}
+
 static void report_match(const logrule *rule, uint32_t number, const char *entry, devnode *device,
                          int64_t now) {
     agent_log(LOG_TRACE, "  matched rule %d in \"%s\": %s %s", static_cast<int>(number), name_of(device),
               status_word(rule->status), decision_word(rule->decision));
-    if (rule->status == STATUS_GOOD && rule->decision == DECISION_QUIET) return;
+    if (rule_is_silent(rule)) return;
     char *text = nullptr;
     if (rule->decision == DECISION_LOG) {
         text = text_for_result(entry);
-        log_silence_reset(device, now, STATUS_GOOD);
+        end_silence(device, now);
     }
     report(device, now, rule->status, text);
 }
@@ -143,11 +154,12 @@ static rule_outcome apply_rule(const logrule *rule, uint32_t number, const char 
 }
 
 static rule_outcome apply_rules(const char *entry, devnode *device, const walk_link *chain, int64_t now) {
+    if (device->lognode == nullptr || device->lognode->rules == nullptr) return GO_ON;
+    rule_findings findings;
+    find_rules(entry, device->lognode, &findings);
     uint32_t number = 0;
-    const logrule *rule = device->lognode != nullptr ? device->lognode->rules : nullptr;
-    for (; rule != nullptr; rule = rule->next, number++)
-        if (log_clause_match(entry, rule->clause) &&
-            apply_rule(rule, number, entry, device, chain, now) == STOP)
+    for (const logrule *rule = device->lognode->rules; rule != nullptr; rule = rule->next, number++)
+        if (rule_holds(&findings, rule) && apply_rule(rule, number, entry, device, chain, now) == STOP)
             return STOP;
     return GO_ON;
 }

@@ -25,5 +25,8 @@ bool log_rule_walk(const char *entry, devnode *device, const walk_link *chain);
 // The same from the start, for a reader of entries.
 bool log_entry_walk(const char *entry, devnode *device);
 
+// Whether a match of the rule leaves no trace: quiet about a good status.
+bool rule_is_silent(const logrule *rule);
+
 // Finds the target of every rule that forwards, below the whole log group.
 void log_rule_resolve(devtree *log_group, devtree *forward_group);

@@ -57,12 +57,39 @@ static void append_children(devtree *group, devtree *children) {
     *link = children;
 }
 
-// A folder without logs leaves no trace. The others are kept aside until all are done: no name comes twice,
-// and the search for the next one in a list of all of them would make a folder of many slow.
+namespace {
+
+// Groups with something in them, in the order in which they were done.
+struct done_groups {
+    devtree_guard first;
+    devtree *last = nullptr;
+};
+
+} // namespace
+
+// A folder without logs leaves no trace.
+static void put_aside(devtree *group, devtree *child, done_groups *done) {
+    if (!unlink_child(group, child)) {
+        agent_log(LOG_WARNING, "Could not find log node \"%s\"", child->id);
+        return;
+    }
+    child->next = nullptr;
+    if (child->children == nullptr && child->devices == nullptr) {
+        free_devtree(child);
+        return;
+    }
+    if (done->last != nullptr)
+        done->last->next = child;
+    else
+        done->first.reset(child);
+    done->last = child;
+}
+
+// What is done is kept out of the group until all is: no name comes twice, and looking for the next one in a
+// list of all of them would make a folder of many slow.
 static const char *scan_folders(const char *cwd, devtree *group, const log_match *first) {
     const char *failure = nullptr;
-    devtree *kept = nullptr;
-    devtree **kept_end = &kept;
+    done_groups done;
     for (const log_match *match = first; match != nullptr; match = match->next) {
         if (match->kind != MATCH_FOLDER) continue;
         agent_log(LOG_TRACE, "Adding path part \"%s\"", match->name);
@@ -73,19 +100,9 @@ static const char *scan_folders(const char *cwd, devtree *group, const log_match
             continue;
         }
         scan_folder(cwd, child, match);
-        if (!unlink_child(group, child)) {
-            agent_log(LOG_WARNING, "Could not find log node \"%s\"", match->name);
-            continue;
-        }
-        child->next = nullptr;
-        if (child->children == nullptr && child->devices == nullptr) {
-            free_devtree(child);
-            continue;
-        }
-        *kept_end = child;
-        kept_end = &child->next;
+        put_aside(group, child, &done);
     }
-    append_children(group, kept);
+    append_children(group, done.first.release());
     return failure;
 }
 
@@ -156,12 +173,12 @@ static void add_files(const char *cwd, devtree *group, const log_match *first) {
 const char *log_scan_level(const char *cwd, devtree *group, const log_match *match) {
     agent_log(LOG_TRACE, "Entering recursive fs scan with cwd \"%s\"", cwd);
     log_match_list found = {};
+    log_matches_guard freeing(&found);
     find_log_matches(cwd, match, &found);
     agent_log(LOG_TRACE, "In cwd \"%s\" - finished actual scan.", cwd);
     const char *failure = scan_folders(cwd, group, found.first);
     const char *event_failure = add_event_logs(group, found.first);
     add_files(cwd, group, found.first);
-    free_log_matches(&found);
     agent_log(LOG_TRACE, "Leaving recursive fs scan from cwd \"%s\"", cwd);
     return event_failure != nullptr ? event_failure : failure;
 }

@@ -69,5 +69,6 @@ void log_silence_evaluate(devnode *device, int64_t now) {
     int64_t elapsed = now - timestamp;
     int32_t status = next_status(device->lognode, elapsed, sent);
     log_silence_reset(device, timestamp, status);
+    device->lognode->activity_stored = 0;
     if (status != sent) report_silence(device, now, status, elapsed);
 }

@@ -59,9 +59,12 @@ __attribute__((format(printf, 2, 0))) static void log_line(int32_t level, const 
     write_line(line, whole);
 }
 
+bool log_shows(int32_t level) {
+    return level >= threshold.load(std::memory_order_relaxed) && log_stream() != NO_FILE;
+}
+
 void agent_log(int32_t level, const char *format, ...) {
-    if (level < threshold.load(std::memory_order_relaxed)) return;
-    if (log_stream() == NO_FILE) return;
+    if (!log_shows(level)) return;
     va_list arguments;
     va_start(arguments, format);
     log_line(level, format, arguments);

@@ -13,6 +13,9 @@ enum : int32_t { LOG_TRACE = -1, LOG_DETAIL = 0, LOG_NORMAL = 1, LOG_WARNING = 2
 // A level below the threshold costs one comparison: no time is read and no text is formatted.
 void agent_log(int32_t level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
+// Whether a line of this level is written anywhere.
+bool log_shows(int32_t level);
+
 // Makes stderr the stream and returns the previous one.
 host_file log_to_stderr();
 

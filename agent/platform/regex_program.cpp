@@ -54,8 +54,14 @@ static uint16_t write_repeat(program_writer *writer, const regex_node *node, uin
     return entry;
 }
 
+// An engine may take the end of the text to hold ahead of a line feed, where more of the pattern follows.
+static bool is_known(const program_writer *writer, const regex_node *node, uint16_t next) {
+    bool is_last = writer->program->steps[next].op == OP_FOUND;
+    return writer->repeats == 0 && (node->assertion != AT_END || is_last);
+}
+
 static uint16_t write_assertion(program_writer *writer, const regex_node *node, uint16_t next) {
-    if (writer->repeats == 0)
+    if (is_known(writer, node, next))
         return add_step(writer, {.op = OP_ASSERT, .assertion = node->assertion, .out = next});
     writer->program->exact = false;
     return next;

@@ -49,18 +49,13 @@ bool regex_set_is_exact(const regex_set *set, uint32_t number);
 // The bits for a text, valid until the next call; absent when the set was given up.
 regex_bits regex_set_match(regex_set *set, const char *text);
 
-// The state of a run over records.
-struct record_run {
-    const char *at;  // the next byte
-    const char *end; // behind the last separator
-    uint32_t state;
-};
+inline constexpr uint32_t RECORDS_NOT_KNOWN = UINT32_MAX;
+inline constexpr size_t RUN_LIMIT = UINT16_MAX; // bytes that one run takes
 
-// Starts at `at`, which is a record's start; `behind_separator` tells that the separator ahead of it belongs
-// to that record. False where the set was given up. Between two calls for one run the set is used for nothing
-// else.
-bool regex_set_start(regex_set *set, const char *at, const char *end, bool behind_separator, record_run *out);
-
-// Runs on to the separator of the next wanted record, and returns where that is; absent at the end. False
-// where the set was given up: what is left from the last record's start has to be decided without it.
-bool regex_set_next(regex_set *set, record_run *run, const char **out_separator);
+// Runs over the records from `at`, the start of one, to `end`, right behind a separator. `behind_separator`
+// tells that the separator ahead of `at`, which must be there, belongs to the first record. Writes the places
+// of the separators that end wanted records, as distances from `at`, ascending, and returns their count;
+// there is room for half as many as there are bytes, and RUN_SLACK more. RECORDS_NOT_KNOWN when the set was
+// given up.
+inline constexpr uint32_t RUN_SLACK = 4;
+uint32_t regex_set_run(regex_set *set, const char *at, const char *end, bool behind_separator, uint16_t *out);

@@ -141,6 +141,7 @@ static void drop_arrays(regex_states *states) {
     states->state_count = states->state_room = states->key_count = states->key_room = 0;
     bytes_of_all -= states->bytes;
     states->bytes = 0;
+    states->epoch++;
 }
 
 static void unlink(regex_states *states) {

@@ -48,6 +48,7 @@ struct regex_states {
     uint32_t *table;
     uint16_t *keys;
     uint32_t state_count, state_room, key_count, key_room;
+    uint32_t epoch;  // counts how often the states were dropped
     uint32_t behind; // the state behind a separator that belongs to the next record
 
     // scratch
@@ -73,8 +74,8 @@ void regex_states_free(regex_states *states);
 // Makes this the set that was used last, with its first state. False when memory is out.
 bool regex_states_use(regex_states *states);
 
-// Makes a transition and returns its value; NOT_MADE when the set was given up. All states may be dropped by
-// it, so that only what it returns is known afterwards.
+// Makes a transition and returns its value; NOT_MADE when the set was given up. In a new epoch only
+// the state that it returns is known.
 uint32_t regex_states_make(regex_states *states, uint32_t state, uint32_t class_number);
 
 // The bits for a text that ends in this state.

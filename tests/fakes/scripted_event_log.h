@@ -95,7 +95,6 @@ struct scripted_event_log {
     std::vector<std::string> loaded;
     std::vector<std::string> formatted; // "flags id"
     std::vector<uint32_t> sizes;        // of the texts that were to be filled
-    std::vector<std::u16string> arguments;
     int open_logs = 0;
     int open_modules = 0;
     int open_texts = 0;

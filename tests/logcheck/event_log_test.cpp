@@ -4,6 +4,7 @@
 #include "fakes/scripted_registry.h"
 #include "fakes/test_host.h"
 #include "logcheck/clause.h"
+#include "logcheck/log_check.h"
 #include "logcheck/log_state.h"
 #include "platform/agent_log.h"
 #include "platform/text.h"
@@ -197,6 +198,21 @@ TEST_F(event_log_position, is_all_that_a_check_changes_in_the_state) {
     EXPECT_EQ(state()->size, -1);
     EXPECT_EQ(state()->first_data_len, 0U);
     EXPECT_EQ(state()->last_data_len, 0U);
+}
+
+TEST_F(event_log_position, is_all_that_is_stored) {
+    stored("1");
+    EXPECT_SUCCESS(var_set(var_make("size:log.eventlog.System", "4711")));
+    log.records = {record(u"one"), record(u"two")};
+    EXPECT_SUCCESS(check_log(device, nullptr));
+    EXPECT_STREQ(var_get("log.eventlog.System")->value, "3");
+    EXPECT_EQ(var_get("size:log.eventlog.System"), nullptr);
+    EXPECT_STREQ(var_get("first_bin:log.eventlog.System")->value, "");
+    EXPECT_STREQ(var_get("last_bin:log.eventlog.System")->value, "");
+    EXPECT_EQ(reported(), texts_of{line("one")});
+    log.records.push_back(record(u"three"));
+    EXPECT_SUCCESS(check_log(device, nullptr));
+    EXPECT_EQ(reported(), texts_of{line("three")});
 }
 
 TEST_F(event_log_position, needs_a_state_of_its_own) {

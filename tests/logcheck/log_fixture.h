@@ -59,6 +59,7 @@ protected:
         return device;
     }
     static void separate(devnode *device, const char *separator, uint32_t inclusion) {
+        lognode_changed(device->lognode);
         tn_regfree(&device->lognode->separator);
         if (*separator != '\0') {
             EXPECT_EQ(tn_regcomp(&device->lognode->separator, separator), 0);

@@ -149,6 +149,17 @@ TEST_F(log_follow, sees_a_smaller_file_and_says_so_rather_than_a_changed_beginni
     EXPECT_TRUE(host.logged(-1, "Logfile is smaller than last time. Must be rotated"));
 }
 
+TEST_F(log_follow, looks_at_no_end_behind_a_changed_beginning) {
+    std::string head(150, 'h');
+    follow(head + "\n");
+    check();
+    write(std::string(150, 'n') + "\n");
+    check();
+    EXPECT_TRUE(
+        host.logged(1, "Rotation of log file '/var/app.log' detected (content changes at beginning)"));
+    EXPECT_FALSE(host.logged(-1, "Logfile have changed in the last read data. Must be rotated"));
+}
+
 TEST_F(log_follow, takes_a_short_read_of_the_beginning_for_no_change) {
     follow("aaaa\nbbbb\n");
     check();
@@ -353,6 +364,13 @@ TEST_F(log_follow, moves_a_record_with_the_separator_that_opens_it) {
     separate(file, "\n", 1);
     follow("a\nb\n" + std::string(LOG_BUFFER_SIZE - 6, 'c') + "d\ne");
     EXPECT_EQ(check(), "a|\nb|\n" + std::string(LOG_BUFFER_SIZE - 6, 'c') + "d");
+}
+
+TEST_F(log_follow, holds_back_what_is_left_in_a_buffer_that_the_file_fills) {
+    follow("aa\n" + std::string(LOG_BUFFER_SIZE - 3, 'b'));
+    EXPECT_EQ(check(), "aa");
+    EXPECT_EQ(get(OFFSET), "3");
+    EXPECT_EQ(check(), std::string(LOG_BUFFER_SIZE - 3, 'b'));
 }
 
 TEST_F(log_follow, cuts_many_buffers) {

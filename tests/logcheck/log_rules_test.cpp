@@ -330,6 +330,8 @@ TEST_F(log_rules, lose_a_target_that_a_new_configuration_lacks) {
 
 TEST_F(log_rules, need_memory_for_a_result) {
     add_rule(file, "'.'", LOG_ENTRY, 0);
+    walk("text");
+    results(file);
     host.fail_allocation = 1;
     expect_fatal([this] { walk("text"); }, "alloc_resnode() ran out of memory!");
 }

@@ -176,7 +176,12 @@ static void walk(const char *what, const preparation &prepare) {
 }
 
 TEST(every_failure, of_a_first_meeting_is_told_or_made_good) {
-    walk("first meeting", [](failure_run &) {});
+    walk("first meeting", [](failure_run &run) {
+        run.sim.settings["log_chk_conf"] = "/etc/logs.conf";
+        run.sim.disk.put("/etc/logs.conf", "/srv/**/*.log\n/var/*/app.log\neventlog:*\n");
+        run.sim.disk.put("/srv/1/2/a.log", "");
+        run.sim.disk.put("/var/x/app.log", "");
+    });
 }
 
 TEST(every_failure, of_a_restart_is_told_or_made_good) {
