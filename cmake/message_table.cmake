@@ -10,7 +10,7 @@ function(message_table NAME FILE)
         COMMAND ${CMAKE_MC_COMPILER} -b -r ${folder} -h ${folder} ${messages}
         COMMAND ${CMAKE_RC_COMPILER} -I ${folder} ${folder}/${stem}.rc ${folder}/${NAME}.o
         DEPENDS ${messages} VERBATIM)
-    add_library(${NAME} OBJECT IMPORTED)
+    add_library(${NAME} OBJECT IMPORTED GLOBAL)
     set_target_properties(${NAME} PROPERTIES IMPORTED_OBJECTS ${folder}/${NAME}.o)
     add_custom_target(${NAME}_made DEPENDS ${folder}/${NAME}.o)
     add_dependencies(${NAME} ${NAME}_made)

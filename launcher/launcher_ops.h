@@ -38,10 +38,16 @@ struct launcher_ops {
     // A line for the administrator; `trouble` is one that should reach the host's log.
     void (*tell)(bool trouble, const char *text);
 
+    // Registers the launcher as a service that the host starts with these words, ended by an absent one, the
+    // first being the launcher's path; and stops it and takes it out again. Absent, or what has failed.
+    // Optional: absent where files say what the services are.
+    const char *(*install)(const char *const *words);
+    const char *(*uninstall)();
+
     // Where the program is kept unless the command line says otherwise.
     bool (*default_folder)(char *buffer, size_t size);
     bool (*full_path)(const char *path, char *buffer, size_t size);
-    // Makes the folder the working directory.
+    // Makes the folder the working directory. False as well where it is not safe to run a program there.
     bool (*enter_folder)(const char *path);
     // Holds the file of this name, made where it is missing, against another launcher, until the process
     // ends.

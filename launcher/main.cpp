@@ -1,6 +1,7 @@
 // tnlauncher: the composition root. Reads the command line, enters the folder of the program, and serves.
 #include "launcher/launcher_ops.h"
 #include "launcher/options.h"
+#include "launcher/registration.h"
 #include "launcher/supervisor.h"
 #include "platform/errors.h"
 #include "platform/fatal.h"
@@ -53,6 +54,17 @@ int serve() {
     return supervise(installed, options.agent_words);
 }
 
+int change_register() {
+    auto *failure = options.install ? register_service(options) : launcher_host->uninstall();
+    if (failure == nullptr) return EXIT_GOOD;
+    launcher_host->tell(false, failure); // to whoever has asked for it
+    return EXIT_TROUBLE;
+}
+
+void print_usage(FILE *out) {
+    fprintf(out, "%s%s", USAGE, launcher_host->install != nullptr ? SERVICE_USAGE : "");
+}
+
 void use_host() {
     error_host = &error_ops_host;
     event_host = &event_ops_host;
@@ -66,12 +78,14 @@ void use_host() {
 int main(int argc, char **argv) {
     use_host();
     if (auto *failure = parse_options(argc, argv, &options)) {
-        fprintf(stderr, "tnlauncher: %s\n%s", failure, USAGE);
+        fprintf(stderr, "tnlauncher: %s\n", failure);
+        print_usage(stderr);
         return EXIT_USAGE;
     }
     if (options.help) {
-        fputs(USAGE, stdout);
+        print_usage(stdout);
         return EXIT_GOOD;
     }
+    if (options.install || options.uninstall) return change_register();
     return launcher_host->serve(serve);
 }

@@ -38,6 +38,15 @@ def in_wine(*words) -> subprocess.CompletedProcess:
                           timeout=2 * PATIENCE_S, env=wine_environment())
 
 
+def stranger_program() -> Path:
+    """Its commands stand at the head of stranger/stranger_win32.cpp."""
+    return agent_program.parent / "stranger.exe"
+
+
+def stranger(*words) -> subprocess.CompletedProcess:
+    return in_wine(stranger_program(), *words)
+
+
 def import_values(folder: Path, key: str, values: dict) -> None:
     """Values into the registry, from a file such as an administrator writes."""
     lines = ["REGEDIT4", "", f"[{key}]", *(f'"{escaped(name)}"="{escaped(str(value))}"' for name, value in values.items())]

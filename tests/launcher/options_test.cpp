@@ -1,10 +1,15 @@
 #include "launcher/options.h"
 
 #include "fakes/test_host.h"
+#include "launcher/launcher_ops.h"
 
 #include <gtest/gtest.h>
 
 namespace {
+
+const launcher_ops host_of_files = {};
+const launcher_ops host_of_a_register = {
+    .install = [](const char *const *) -> const char * { return nullptr; }};
 
 // The command line, with the program's own name ahead of it.
 struct command_line {
@@ -12,7 +17,8 @@ struct command_line {
     std::vector<char *> words;
     launcher_options options;
 
-    const char *parse(const std::vector<std::string> &arguments) {
+    const char *parse(const std::vector<std::string> &arguments, const launcher_ops &host = host_of_files) {
+        launcher_host = &host;
         texts = {"tnlauncher"};
         texts.insert(texts.end(), arguments.begin(), arguments.end());
         words.clear();
@@ -63,4 +69,24 @@ TEST(parse_options, refuses_what_it_does_not_know) {
     EXPECT_FAILURE(line.parse({"-f"}), "unknown argument -f (the agent's stand behind --)");
     EXPECT_FAILURE(line.parse({"--folder"}), "--folder needs a value");
     EXPECT_FAILURE(line.parse({"--program", ""}), "--program needs a value");
+}
+
+TEST(parse_options, registers_where_the_host_keeps_a_register) {
+    command_line line;
+    EXPECT_SUCCESS(line.parse({"--install", "--folder", "f", "--", "-l", "0"}, host_of_a_register));
+    EXPECT_TRUE(line.options.install);
+    EXPECT_FALSE(line.options.uninstall);
+    EXPECT_STREQ(line.options.folder, "f");
+    EXPECT_STREQ(line.options.agent_words[0], "-l");
+    EXPECT_SUCCESS(line.parse({"--uninstall"}, host_of_a_register));
+    EXPECT_TRUE(line.options.uninstall);
+    EXPECT_FALSE(line.options.install);
+    EXPECT_FAILURE(line.parse({"--uninstall", "--install", "--", "x"}, host_of_a_register),
+                   "--install and --uninstall exclude each other");
+}
+
+TEST(parse_options, registers_nothing_where_files_say_what_the_services_are) {
+    command_line line;
+    EXPECT_FAILURE(line.parse({"--install"}), "unknown argument --install (the agent's stand behind --)");
+    EXPECT_FAILURE(line.parse({"--uninstall"}), "unknown argument --uninstall (the agent's stand behind --)");
 }

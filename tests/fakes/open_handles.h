@@ -1,0 +1,4 @@
+// How many handles of the host this process has open.
+#pragma once
+
+int count_open_handles();
