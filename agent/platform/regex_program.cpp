@@ -15,6 +15,39 @@ struct program_writer {
 
 } // namespace
 
+// ---- starts inside a pattern
+
+// An engine may take the start of the text to hold behind a line feed that the pattern has matched. Only a
+// start that nothing can stand before is certain; the others are taken out. Returns whether nothing can stand
+// before what follows the node.
+static bool take_out_inner_starts(regex_tree *tree, uint16_t index, bool leading, bool *exact) {
+    regex_node *node = &tree->nodes[index];
+    switch (node->kind) {
+    case RX_ASSERT:
+        if (node->assertion != AT_START || leading) return leading;
+        *exact = false;
+        node->kind = RX_EMPTY;
+        return false;
+    case RX_JOIN:
+        leading = take_out_inner_starts(tree, node->left, leading, exact);
+        return take_out_inner_starts(tree, node->right, leading, exact);
+    case RX_EITHER: {
+        bool left = take_out_inner_starts(tree, node->left, leading, exact);
+        return take_out_inner_starts(tree, node->right, leading, exact) && left;
+    }
+    case RX_REPEAT:
+        return take_out_inner_starts(tree, node->left, leading, exact);
+    case RX_EMPTY:
+        return leading;
+    case RX_BYTES:
+    case RX_COPY:
+        break;
+    }
+    return false;
+}
+
+// ---- steps
+
 static uint16_t add_step(program_writer *writer, program_step step) {
     regex_program *program = writer->program;
     if (program->step_count == STEP_LIMIT) {
@@ -113,10 +146,11 @@ static bool copy_sets(const regex_tree *tree, regex_program *program) {
 }
 
 // Into a block of its own, since most programs are far below the limit.
-static bool write_program(const regex_tree *tree, regex_program *program) {
+static bool write_program(regex_tree *tree, regex_program *program) {
     program_step steps[STEP_LIMIT];
     program->steps = steps;
     program->exact = true;
+    take_out_inner_starts(tree, tree->root, true, &program->exact);
     program_writer writer = {.tree = tree, .program = program};
     uint16_t found = add_step(&writer, {.op = OP_FOUND});
     program->start = write_node(&writer, tree->root, found);

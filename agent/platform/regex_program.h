@@ -2,8 +2,9 @@
 // text.
 //
 // An automaton of another pattern that says yes more often is made where the exact one cannot be: what a
-// group has matched counts as any text, and an assertion inside a repetition as true. A yes is then a
-// perhaps, which the engine has to confirm; a no is a no.
+// group has matched counts as any text; an assertion inside a repetition, a start that something may stand
+// before and an end that something may follow count as true. A yes is then a perhaps, which the engine has to
+// confirm; a no is a no.
 #pragma once
 
 #include "platform/regex_tree.h"

@@ -217,10 +217,9 @@ static uint16_t add_assertion(regex_parser *parser, regex_assertion assertion) {
 
 static uint16_t parse_escape(regex_parser *parser) {
     char c = parser->at[1];
+    if (c == '\0') return fail(parser);
     parser->at += 2;
     switch (c) {
-    case '\0':
-        return fail(parser);
     case 'w':
     case 'W':
         return add_class(parser, is_word_byte, c == 'W');

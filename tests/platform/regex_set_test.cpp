@@ -154,6 +154,13 @@ TEST_F(regex_sets, hold_an_end_that_something_follows_for_a_perhaps) {
     EXPECT_EQ(match("a"), "-x-");
 }
 
+TEST_F(regex_sets, hold_a_start_that_something_stands_before_for_a_perhaps) {
+    make_of({"a\n^b", "^a", "(^|b)a", "(a|^)c", "x*^a"});
+    EXPECT_EQ(match("a\nb"), "?xx-?");
+    EXPECT_EQ(match("ba"), "--x-?");
+    EXPECT_EQ(match("c"), "---x-");
+}
+
 TEST_F(regex_sets, leave_to_the_engine_what_is_not_worth_or_not_the_same) {
     ASSERT_TRUE(add("[\x80-\xFF]"));
     EXPECT_FALSE(make());
