@@ -7,6 +7,7 @@
 #include "platform/fatal.h"
 #include "platform/text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -69,10 +70,10 @@ static text_guard describe_cycle(const char *entry, const devnode *device, const
     // From the end to the front, as the chain runs.
     char *front = text.get() + size - strlen(entry) - 1;
     auto put = [&front](const char *part) {
-        front -= strlen(part);
-        memcpy(front, part, strlen(part));
+        size_t length = strlen(part);
+        front = std::copy_n(part, length, front - length) - length;
     };
-    memcpy(front, entry, strlen(entry));
+    std::copy_n(entry, strlen(entry), front);
     put(": ");
     put(name_of(device));
     for (const walk_link *link = chain; link != nullptr; link = link->previous) {

@@ -81,7 +81,7 @@ static void chain_last(variable *entry) {
 
 // Without memory the chains become longer.
 static void grow_buckets() {
-    auto **grown = static_cast<variable **>(heap_alloc(2 * size_t{bucket_count} * sizeof(variable *)));
+    auto **grown = heap_array<variable *>(2 * size_t{bucket_count});
     if (grown == nullptr) return;
     if (buckets != first_buckets) heap_free(buckets);
     buckets = grown;
