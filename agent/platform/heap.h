@@ -27,7 +27,7 @@ T *heap_new() {
 // A cleared array of `count` records or pointers, or absent.
 template <class T>
 T *heap_array(size_t count) {
-    return static_cast<T *>(heap_alloc(count * sizeof(T)));
+    return static_cast<T *>(heap_alloc(count * sizeof(T))); // NOLINT(bugprone-sizeof-expression): or pointers
 }
 
 // A guard keeps a record until the line that hands it to its owner releases it.
