@@ -18,11 +18,11 @@ struct followed_run {
     followed_run() {
         sim.add_server(server);
         sim.settings["loglevel"] = "1";
-        server.checkin_frequency = 10;
+        server.checkin_frequency = 20;
         server.checks = log_tree({followed_log(APP, 10, {REPORT_ALL})});
         sim.disk.put(APP, "history\n");
         sim.start_agent();
-        sim.run_for(MINUTE);
+        sim.run_for(25);
     }
 
     void write(int first, int count) {
@@ -57,8 +57,8 @@ struct followed_run {
     void live_on() {
         sim.calls.fail_at = 0;
         write(11, 3);
-        let_live(5 * MINUTE);
-        let_live(5 * MINUTE);
+        let_live(MINUTE);
+        let_live(MINUTE);
     }
     bool came(const std::string &entry) const {
         texts all = entries_of(server, APP);
@@ -85,6 +85,7 @@ static bool may_lose(const followed_run &run, bool died) {
 }
 
 static void judge(const followed_run &run, bool died) {
+    EXPECT_TRUE(!died || run.sim.calls.failed == "allocate") << run.sim.calls.failed;
     std::string failure = run.sim.calls.failed + " (" + run.sim.calls.failed_about + ")";
     for (const std::string &entry : may_lose(run, died) ? run.written_later : run.written)
         EXPECT_TRUE(run.came(entry)) << entry << ", lost by a failure of " << failure;
