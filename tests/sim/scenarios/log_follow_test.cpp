@@ -203,6 +203,28 @@ TEST_F(log_follow, takes_a_line_without_an_end_that_has_stopped_growing) {
     EXPECT_EQ(entries(), (texts{"half", " and half"}));
 }
 
+// ---- a disk that fails for a while
+
+TEST_F(log_follow, comes_late_but_whole_behind_a_disk_that_failed_for_a_while) {
+    follow_app();
+    int line = 1;
+    for (const char *operation : {"open", "facts", "read", "close"}) {
+        SCOPED_TRACE(operation);
+        append(numbered_lines("line", line, 2));
+        settle();
+        sim.disk.broken[operation][APP] = 5;
+        append(numbered_lines("line", line + 2, 2));
+        sim.run_for(10 * MINUTE);
+        sim.disk.broken.clear();
+        append(numbered_lines("line", line + 4, 2));
+        settle();
+        line += 6;
+        EXPECT_EQ(entries(), numbered_entries("line", 1, line - 1));
+    }
+    EXPECT_TRUE(sim.logged_part("Error checking log./.var.log.app\\.log: Could not open log file \"" +
+                                std::string(APP) + "\": "));
+}
+
 // ---- a long log
 
 struct long_log : log_scenario {
