@@ -113,6 +113,19 @@ TEST_F(log_follow, sees_a_replacement_of_equal_length_by_its_end) {
     EXPECT_TRUE(sim.logged(1, "Rotation of log file '/var/log/app.log' detected (content changes at end)"));
 }
 
+// A sample with such a letter does not come back from the variables.
+TEST_F(log_follow, knows_the_file_behind_a_new_configuration_by_more_than_the_variables_hold) {
+    wire::check seldom = followed_log(APP, HOUR, {REPORT_ALL});
+    sim.disk.put(APP, "\xC3\xA4 history\n");
+    follow({seldom});
+    sim.disk.put(APP, "\xC3\xB6 HISTORY\n");
+    seldom.frequency = 2 * HOUR;
+    server.configure(log_tree({seldom})); // and so looked at again at once
+    ASSERT_TRUE(checkins(3));
+    EXPECT_EQ(entries(), texts{"\xC3\xB6 HISTORY"});
+    EXPECT_FALSE(sim.logged_part("hex string"));
+}
+
 TEST_F(log_follow, goes_on_where_it_was_in_a_file_that_was_away) {
     follow_app();
     append("before\n");
