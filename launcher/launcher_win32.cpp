@@ -178,16 +178,17 @@ struct inheritance {
 // job holds it, since the end of its pipe is all that an agent without a launcher needs, and a job would end
 // it in the midst of what it does.
 bool host_start(const char *const *words, const agent_pipes *pipes, int64_t *out_process) {
-    text_guard line(join_words(words));
     inheritance own(*pipes);
-    if (line == nullptr || own.room == nullptr) return false;
+    if (own.room == nullptr) return false;
+    text_guard line(join_words(words));
+    if (line == nullptr) SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     STARTUPINFOEXA start = {.lpAttributeList = own.list()};
     start.StartupInfo.cb = sizeof start;
     start.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
     PROCESS_INFORMATION process = {};
-    bool started = CreateProcessA(words[0], line.get(), nullptr, nullptr, TRUE,
-                                  EXTENDED_STARTUPINFO_PRESENT | CREATE_NO_WINDOW, nullptr, nullptr,
-                                  &start.StartupInfo, &process);
+    bool started = line != nullptr && CreateProcessA(words[0], line.get(), nullptr, nullptr, TRUE,
+                                                     EXTENDED_STARTUPINFO_PRESENT | CREATE_NO_WINDOW, nullptr,
+                                                     nullptr, &start.StartupInfo, &process);
     DWORD error = GetLastError();
     DeleteProcThreadAttributeList(own.list());
     if (started) CloseHandle(process.hThread);

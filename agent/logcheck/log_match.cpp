@@ -39,7 +39,7 @@ static log_match **slot_of(log_match **slots, uint32_t slot_count, const char *n
 static bool make_room(log_match_list *list) {
     if (list->count * 2 < list->slot_count) return true;
     uint32_t slot_count = list->slot_count != 0 ? list->slot_count * 2 : 8;
-    auto **slots = static_cast<log_match **>(heap_alloc(slot_count * sizeof(log_match *)));
+    auto **slots = heap_array<log_match *>(slot_count);
     if (slots == nullptr) return false;
     for (log_match *match = list->first; match != nullptr; match = match->next)
         *slot_of(slots, slot_count, match->name) = match;

@@ -3,6 +3,7 @@
 #include "platform/fatal.h"
 #include "platform/heap.h"
 
+#include <algorithm>
 #include <cstring>
 
 const log_path_style *log_path_style_in_force = &ROOT_PATHS;
@@ -15,11 +16,11 @@ char *log_path_join(const char *above, const char *name) {
     size_t length = strlen(above);
     size_t gap = length == 0 || ends_in_separator(above, length) ? 0 : 1;
     size_t name_length = strlen(name);
-    auto *path = static_cast<char *>(heap_alloc(length + gap + name_length + 1));
+    auto *path = heap_array<char>(length + gap + name_length + 1);
     if (path == nullptr) return nullptr;
-    memcpy(path, above, length);
-    if (gap != 0) path[length] = log_path_style_in_force->separator;
-    memcpy(path + length + gap, name, name_length);
+    char *end = std::copy_n(above, length, path);
+    if (gap != 0) *end++ = log_path_style_in_force->separator;
+    std::copy_n(name, name_length, end);
     return path;
 }
 

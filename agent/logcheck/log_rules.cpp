@@ -7,6 +7,7 @@
 #include "platform/fatal.h"
 #include "platform/text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -69,10 +70,10 @@ static text_guard describe_cycle(const char *entry, const devnode *device, const
     // From the end to the front, as the chain runs.
     char *front = text.get() + size - strlen(entry) - 1;
     auto put = [&front](const char *part) {
-        front -= strlen(part);
-        memcpy(front, part, strlen(part));
+        size_t length = strlen(part);
+        front = std::copy_n(part, length, front - length) - length;
     };
-    memcpy(front, entry, strlen(entry));
+    std::copy_n(entry, strlen(entry), front);
     put(": ");
     put(name_of(device));
     for (const walk_link *link = chain; link != nullptr; link = link->previous) {
@@ -83,12 +84,11 @@ static text_guard describe_cycle(const char *entry, const devnode *device, const
 }
 
 static void report_cycle(const char *entry, devnode *device, const walk_link *chain, int64_t now) {
-    static constexpr const char *detected = "Cycle detected: ";
     text_guard path = describe_cycle(entry, device, chain);
-    size_t size = strlen(detected) + strlen(path.get()) + 1;
+    size_t size = strlen("Cycle detected: ") + strlen(path.get()) + 1;
     text_guard whole(static_cast<char *>(heap_alloc(size)));
     if (whole == nullptr) fatal("alloc_resnode() ran out of memory!");
-    snprintf(whole.get(), size, "%s%s", detected, path.get());
+    snprintf(whole.get(), size, "Cycle detected: %s", path.get());
     // A text beyond the limit would make every check-in fail.
     report(device, now, STATUS_ALERT, text_for_result(whole.get()));
     agent_log(LOG_WARNING, "Log forwarding cycle detected: %s", path.get());
@@ -131,21 +131,18 @@ static bool walk_target(const logrule *rule, const char *entry, devnode *device,
 
 static rule_outcome apply_rule(const logrule *rule, uint32_t number, const char *entry, devnode *device,
                                const walk_link *chain, int64_t now) {
-    auto say = [&](const char *word) {
-        agent_log(LOG_TRACE, "  matched %s rule %d in \"%s\"", word, static_cast<int>(number),
-                  name_of(device));
-    };
+    auto n = static_cast<int>(number);
     switch (rule->decision) {
     case DECISION_COPYTO:
-        say("copyto");
+        agent_log(LOG_TRACE, "  matched copyto rule %d in \"%s\"", n, name_of(device));
         walk_target(rule, entry, device, chain);
         return GO_ON;
     case DECISION_MOVETO:
-        say("moveto");
+        agent_log(LOG_TRACE, "  matched moveto rule %d in \"%s\"", n, name_of(device));
         walk_target(rule, entry, device, chain);
         return STOP;
     case DECISION_CALL:
-        say("call");
+        agent_log(LOG_TRACE, "  matched call rule %d in \"%s\"", n, name_of(device));
         return walk_target(rule, entry, device, chain) ? STOP : GO_ON;
     default:
         report_match(rule, number, entry, device, now);

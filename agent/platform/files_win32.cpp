@@ -68,7 +68,7 @@ static int64_t host_write(host_file file, const void *buffer, size_t size) {
 static bool host_seek(host_file file, int64_t offset, file_origin origin) {
     LARGE_INTEGER distance;
     distance.QuadPart = offset;
-    return SetFilePointerEx(handle_of(file), distance, nullptr, origin == FROM_START ? FILE_BEGIN : FROM_END);
+    return SetFilePointerEx(handle_of(file), distance, nullptr, origin == FROM_START ? FILE_BEGIN : FILE_END);
 }
 
 static int64_t host_tell(host_file file) {

@@ -24,6 +24,12 @@ T *heap_new() {
     return static_cast<T *>(heap_alloc(sizeof(T)));
 }
 
+// A cleared array of `count` records or pointers, or absent.
+template <class T>
+T *heap_array(size_t count) {
+    return static_cast<T *>(heap_alloc(count * sizeof(T)));
+}
+
 // A guard keeps a record until the line that hands it to its owner releases it.
 template <auto Free>
 struct freeing {

@@ -137,7 +137,7 @@ static uint16_t write_node(program_writer *writer, uint16_t index, uint16_t next
 
 static bool copy_sets(const regex_tree *tree, regex_program *program) {
     program->set_count = tree->set_count + 1;
-    program->sets = static_cast<byte_set *>(heap_alloc(program->set_count * sizeof(byte_set)));
+    program->sets = heap_array<byte_set>(program->set_count);
     if (program->sets == nullptr) return false;
     for (uint32_t i = 0; i < tree->set_count; i++)
         program->sets[i] = tree->sets[i];
@@ -156,7 +156,7 @@ static bool write_program(regex_tree *tree, regex_program *program) {
     program->start = write_node(&writer, tree->root, found);
     program->steps = nullptr;
     if (writer.full) return false;
-    program->steps = static_cast<program_step *>(heap_alloc(program->step_count * sizeof(program_step)));
+    program->steps = heap_array<program_step>(program->step_count);
     for (uint32_t i = 0; program->steps != nullptr && i < program->step_count; i++)
         program->steps[i] = steps[i];
     return program->steps != nullptr;

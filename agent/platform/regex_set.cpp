@@ -30,7 +30,7 @@ static bool write_programs(const tn_regex *const *regexes, uint32_t count, regex
 }
 
 static bool build_set(regex_set *set, const tn_regex *const *regexes, uint32_t count) {
-    auto **programs = static_cast<regex_program **>(heap_alloc(count * sizeof(regex_program *)));
+    auto **programs = heap_array<regex_program *>(count);
     if (programs == nullptr) return false;
     bool built =
         write_programs(regexes, count, programs) && regex_states_build(&set->states, programs, count);

@@ -29,11 +29,6 @@ static bool is_word_byte(uint8_t c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
 
-template <class T>
-static T *new_array(size_t count) {
-    return static_cast<T *>(heap_alloc(count * sizeof(T)));
-}
-
 // ---- the joined program
 
 static void join_program(regex_states *states, const regex_program *program, uint32_t number) {
@@ -98,17 +93,17 @@ static bool allocate_program(regex_states *states, regex_program *const *program
     }
     if (steps > UINT16_MAX || sets > UINT16_MAX) return false;
     size_t key_size = 1 + 4 * size_t{states->words} + steps;
-    states->steps = new_array<program_step>(steps);
-    states->owner_of = new_array<uint16_t>(steps);
-    states->sets = new_array<byte_set>(sets);
-    states->starts = new_array<uint16_t>(states->count);
-    states->exact = new_array<uint64_t>(states->words);
-    states->marks = new_array<uint32_t>(steps);
+    states->steps = heap_array<program_step>(steps);
+    states->owner_of = heap_array<uint16_t>(steps);
+    states->sets = heap_array<byte_set>(sets);
+    states->starts = heap_array<uint16_t>(states->count);
+    states->exact = heap_array<uint64_t>(states->words);
+    states->marks = heap_array<uint32_t>(steps);
     // Each step is looked at once and puts two others there at most.
-    states->stack = new_array<uint16_t>(3 * size_t{steps} + states->count);
-    states->taking = new_array<uint16_t>(steps);
-    states->key = new_array<uint16_t>(key_size);
-    states->found = new_array<uint64_t>(states->words);
+    states->stack = heap_array<uint16_t>(3 * size_t{steps} + states->count);
+    states->taking = heap_array<uint16_t>(steps);
+    states->key = heap_array<uint16_t>(key_size);
+    states->found = heap_array<uint64_t>(states->words);
     return states->steps != nullptr && states->owner_of != nullptr && states->sets != nullptr &&
            states->starts != nullptr && states->exact != nullptr && states->marks != nullptr &&
            states->stack != nullptr && states->taking != nullptr && states->key != nullptr &&
@@ -200,7 +195,7 @@ static void enter_table(regex_states *states, uint32_t number) {
 
 template <class T>
 static bool grow_array(T **array, size_t used, size_t room) {
-    T *grown = new_array<T>(room);
+    T *grown = heap_array<T>(room);
     if (grown == nullptr) return false;
     if (used != 0) memcpy(grown, *array, used * sizeof(T));
     heap_free(*array);
@@ -410,7 +405,7 @@ static bool pays(regex_states *states) {
 static bool start_anew(regex_states *states, uint32_t *state) {
     uint32_t length;
     const uint16_t *key = key_of(states, *state, &length);
-    uint16_t *kept = new_array<uint16_t>(length);
+    uint16_t *kept = heap_array<uint16_t>(length);
     if (kept == nullptr || !pays(states)) {
         heap_free(kept);
         return false;

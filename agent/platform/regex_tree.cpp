@@ -345,8 +345,8 @@ bool regex_tree_parse(const char *pattern, regex_tree *out) {
     if (length > PATTERN_LIMIT) return false;
     // Each character makes one node at most for itself and one that joins it to those before; an empty branch
     // makes one more, and so does the pattern.
-    out->nodes = static_cast<regex_node *>(heap_alloc((3 * length + 3) * sizeof(regex_node)));
-    out->sets = static_cast<byte_set *>(heap_alloc((length + 1) * sizeof(byte_set)));
+    out->nodes = heap_array<regex_node>(3 * length + 3);
+    out->sets = heap_array<byte_set>(length + 1);
     regex_parser parser = {.tree = out, .at = pattern, .depth = 0, .failed = false};
     if (out->nodes != nullptr && out->sets != nullptr) {
         out->root = parse_either(&parser);

@@ -7,6 +7,7 @@
 #include "platform/text.h"
 #include "settings/settings.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -19,6 +20,14 @@ constexpr int64_t NEW_KEY = 1;      // a point of time whose delay has long pass
 
 std::mutex lock;
 variable *variables;
+
+// The same entries by the hash of their key, of equal keys the one first that stands first in the list. A
+// host with a thousand logs has ten thousand entries, and each check of a log asks for six.
+constexpr uint32_t FIRST_BUCKETS = 64;
+variable *first_buckets[FIRST_BUCKETS];
+variable **buckets = first_buckets;
+uint32_t bucket_count = FIRST_BUCKETS, variable_count;
+
 int64_t dirty_since; // 0 when memory and storage agree
 
 struct open_store {
@@ -51,6 +60,45 @@ static bool open_subkey(open_store *store) {
     return registry_host->RegCreateKeyExA(store->parent, STORE_SUBKEY, &store->key) == 0;
 }
 
+// The place of this key's chain.
+static variable **bucket_of(const char *key) {
+    return &buckets[text_hash(key) & (bucket_count - 1)];
+}
+
+static void chain_first(variable *entry) {
+    variable **bucket = bucket_of(entry->key);
+    entry->next_of_equal = *bucket;
+    *bucket = entry;
+}
+
+static void chain_last(variable *entry) {
+    variable **link = bucket_of(entry->key);
+    while (*link != nullptr)
+        link = &(*link)->next_of_equal;
+    entry->next_of_equal = nullptr;
+    *link = entry;
+}
+
+// Without memory the chains become longer.
+static void grow_buckets() {
+    auto **grown = heap_array<variable *>(2 * size_t{bucket_count});
+    if (grown == nullptr) return;
+    if (buckets != first_buckets) heap_free(buckets);
+    buckets = grown;
+    bucket_count *= 2;
+    for (variable *entry = variables; entry != nullptr; entry = entry->next)
+        chain_last(entry);
+}
+
+static void put_first(variable *entry) {
+    if (variable_count++ >= bucket_count) grow_buckets();
+    entry->next = variables;
+    entry->link = &variables;
+    if (variables != nullptr) variables->link = &entry->next;
+    variables = entry;
+    chain_first(entry);
+}
+
 static const char *load_value(registry_key *key, const char *name) {
     char data[REGISTRY_VALUE_LIMIT + 1] = {};
     uint32_t size = REGISTRY_VALUE_LIMIT;
@@ -61,8 +109,7 @@ static const char *load_value(registry_key *key, const char *name) {
     if (entry->key == nullptr) return "Memory allocation error when duplicating key in variables parser";
     entry->value = text_copy(data);
     if (entry->value == nullptr) return "Memory allocation error when duplicating value in variables parser";
-    entry->next = variables;
-    variables = entry.release();
+    put_first(entry.release());
     return nullptr;
 }
 
@@ -128,48 +175,59 @@ variable *var_make(const char *key, const char *value) {
     return entry->key != nullptr && entry->value != nullptr ? entry.release() : nullptr;
 }
 
-// The link that holds the entry of this key, or the one behind the last.
-static variable **find_link(const char *key) {
-    variable **link = &variables;
+// The link of the chain that holds the entry of this key, or the one behind the last.
+static variable **find_in_chain(const char *key) {
+    variable **link = bucket_of(key);
     while (*link != nullptr && strcmp((*link)->key, key) != 0)
-        link = &(*link)->next;
+        link = &(*link)->next_of_equal;
     return link;
 }
 
 variable *var_get(const char *key) {
     std::lock_guard held(lock);
-    return *find_link(key);
+    return *find_in_chain(key);
 }
 
 char *var_value(const char *key) {
     std::lock_guard held(lock);
-    const variable *entry = *find_link(key);
+    const variable *entry = *find_in_chain(key);
     return entry != nullptr ? text_copy(entry->value) : nullptr;
+}
+
+// Puts the entry in the place of another.
+static void replace(variable **found, variable *entry) {
+    variable *old = *found;
+    entry->next = old->next;
+    entry->link = old->link;
+    entry->next_of_equal = old->next_of_equal;
+    *entry->link = *found = entry;
+    if (entry->next != nullptr) entry->next->link = &entry->next;
+    var_free(old);
 }
 
 const char *var_set(variable *entry) {
     if (entry == nullptr) return "Out of memory when cloning variable";
     std::lock_guard held(lock);
-    variable **link = find_link(entry->key);
-    if (variable *old = *link) {
-        entry->next = old->next;
-        *link = entry;
-        var_free(old);
+    variable **found = find_in_chain(entry->key);
+    if (*found != nullptr) {
+        replace(found, entry);
         if (dirty_since == 0) dirty_since = time_now();
         return nullptr;
     }
-    entry->next = variables;
-    variables = entry;
+    put_first(entry);
     if (dirty_since == 0) dirty_since = NEW_KEY;
     return nullptr;
 }
 
 void var_delete(const char *key) {
     std::lock_guard held(lock);
-    variable **link = find_link(key);
-    variable *found = *link;
+    variable **chained = find_in_chain(key);
+    variable *found = *chained;
     if (found == nullptr) return;
-    *link = found->next;
+    *chained = found->next_of_equal;
+    *found->link = found->next;
+    if (found->next != nullptr) found->next->link = found->link;
+    variable_count--;
     var_free(found);
 }
 
@@ -179,5 +237,10 @@ void var_reset() {
         variables = first->next;
         var_free(first);
     }
+    if (buckets != first_buckets) heap_free(buckets);
+    buckets = first_buckets;
+    std::fill_n(first_buckets, FIRST_BUCKETS, nullptr);
+    bucket_count = FIRST_BUCKETS;
+    variable_count = 0;
     dirty_since = 0;
 }

@@ -13,6 +13,9 @@ struct variable {
     char *key;
     char *value; // at most 1023 bytes if it is to survive a read back
     variable *next;
+    // for the store alone
+    variable **link;         // what points to this entry
+    variable *next_of_equal; // that has an equal hash
 };
 
 // Remembers the pointer, and names the file where variables live in one. Always absent.

@@ -3,7 +3,8 @@
 //
 //   bytes seconds matches kB        of the file, the check, the results, and resident at the most
 //
-// follow --idle COUNT FILE CLAUSE... : checks so many logs, which do not change, again and again.
+// follow --idle COUNT FOLDER CLAUSE... : checks the logs 0, 1 ... of the folder, which do not change, again
+// and again.
 //
 //   checks seconds kB
 
@@ -95,13 +96,13 @@ static void follow_once(devtree *top, const char *path, char **clauses) {
            static_cast<unsigned long long>(count_results(device)), resident_kb());
 }
 
-static void follow_idle(devtree *top, int count, const char *path, char **clauses) {
+static void follow_idle(devtree *top, int count, const char *folder, char **clauses) {
     std::vector<devnode *> devices;
     for (int i = 0; i < count; i++) {
-        devnode *device = add_check(top, path);
+        devnode *device = add_check(top, std::string(folder) + "/" + std::to_string(i));
         for (char **clause = clauses; *clause != nullptr; clause++)
             add_rule(device->lognode, *clause);
-        static_cast<void>(check_log(device, nullptr));
+        if (auto *failure = check_log(device, nullptr)) fail(folder, failure);
         devices.push_back(device);
     }
     static constexpr int ROUNDS = 20;
@@ -115,7 +116,7 @@ static void follow_idle(devtree *top, int count, const char *path, char **clause
 
 int main(int argc, char **argv) {
     bool idle = argc > 1 && strcmp(argv[1], "--idle") == 0;
-    if (argc < (idle ? 4 : 2)) fail("usage", "follow FILE CLAUSE... or follow --idle COUNT FILE CLAUSE...");
+    if (argc < (idle ? 4 : 2)) fail("usage", "follow FILE CLAUSE... or follow --idle COUNT FOLDER CLAUSE...");
     use_host();
     log_to_stderr();
     log_set_level(LOG_WARNING);

@@ -94,7 +94,8 @@ class Stop(LauncherTest):
     def test_ends_the_agent_in_order(self):
         server = self.new_server(policy=QUIET_POLICY)
         for number in (signal.SIGTERM, signal.SIGINT):
-            launcher = self.new_launcher(self.new_agent(server)).start()
+            # The log of another would tell of checks before this one has started.
+            launcher = self.new_launcher(self.new_agent(server, number.name)).start()
             launcher.agent.wait_for_checks()
             self.assert_ends(launcher, number)
 

@@ -6,8 +6,11 @@
 #include "platform/heap.h"
 #include "settings/settings.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <random>
 #include <thread>
+#include <vector>
 
 static constexpr const char *PRODUCT_KEY = "SOFTWARE\\Tarnix";
 static constexpr const char *STORE = "SOFTWARE\\Tarnix\\TNAgent\\Variables";
@@ -249,6 +252,51 @@ TEST_F(variables, keep_the_others_when_one_is_deleted) {
     EXPECT_EQ(keys_from("c"), "c a");
     var_delete("c");
     EXPECT_EQ(keys_from("a"), "a");
+}
+
+// A plain list says what thousands of them must be. Some keys stand twice, as after a second reading of the
+// store.
+TEST_F(variables, of_any_number_are_those_of_a_plain_list) {
+    std::vector<std::pair<std::string, std::string>> list; // the head first
+    auto find = [&list](const std::string &key) {
+        return std::find_if(list.begin(), list.end(), [&](const auto &each) { return each.first == key; });
+    };
+    for (int i = 0; i < 40; i++)
+        store(("k" + std::to_string(i)).c_str(), "stored");
+    std::mt19937 chance(1);
+    for (int step = 0; step < 4'000; step++) {
+        std::string key = "k" + std::to_string(chance() % 400), value = std::to_string(step);
+        if (step == 2'000 || step == 2'001) {
+            EXPECT_SUCCESS(var_read_all());
+            const auto &all = registry.keys[{MACHINE_HIVE, STORE}];
+            for (size_t i = all.size(); i-- > 0;)
+                list.insert(list.begin(), {all[i].first, "stored"});
+        } else if (chance() % 4 == 0) {
+            var_delete(key.c_str());
+            if (find(key) != list.end()) list.erase(find(key));
+        } else {
+            set(key.c_str(), value.c_str());
+            if (find(key) != list.end())
+                find(key)->second = value;
+            else
+                list.insert(list.begin(), {key, value});
+        }
+        std::string asked = "k" + std::to_string(chance() % 400);
+        ASSERT_EQ(get(asked.c_str()), find(asked) != list.end() ? find(asked)->second : "(absent)") << step;
+    }
+    std::string expected;
+    for (const auto &[key, value] : list)
+        expected += (expected.empty() ? "" : " ") + key;
+    EXPECT_EQ(keys_from(list.front().first.c_str()), expected);
+}
+
+TEST_F(variables, are_kept_where_there_is_no_memory_to_find_them_faster) {
+    for (int i = 0; i < 64; i++)
+        set(("k" + std::to_string(i)).c_str(), "1");
+    variable *entry = var_make("more", "2");
+    host.fail_allocation = 1;
+    EXPECT_SUCCESS(var_set(entry));
+    EXPECT_EQ(get("more") + get("k0") + get("k63"), "211");
 }
 
 // Flushing.

@@ -207,8 +207,8 @@ TEST_F(clause_parser, takes_the_longest_rows_of_operators) {
 }
 
 TEST_F(clause_parser, ends_the_process_when_memory_is_out) {
-    // The token buffer, the first leaf, the pattern's two copies, then the "and" node, the "not" node.
-    for (uint32_t n : {1U, 2U, 5U, 6U, 7U}) {
+    // The token buffer, the first leaf, four for its pattern, then the "and" node, the "not" node, the second leaf.
+    for (uint32_t n : {1U, 2U, 7U, 8U, 9U}) {
         log_check_cond *made = nullptr;
         host.fail_allocation = n;
         expect_fatal([&] { (void)log_clause_parse("'a' and not 'b'", &made); }, "Out of memory");
@@ -263,17 +263,17 @@ TEST_F(clause_matching, wants_either_side_of_or) {
 }
 
 TEST_F(clause_matching, leaves_the_right_side_where_the_left_one_decides) {
-    matches("'a' and 'b'", "b");
-    EXPECT_EQ(scripted_regex::searches, names{"a"});
-    matches("'a' or 'b'", "a");
-    EXPECT_EQ(scripted_regex::searches, names{"a"});
+    matches("'aa' and 'bb'", "bb");
+    EXPECT_EQ(scripted_regex::searches, names{"aa"});
+    matches("'aa' or 'bb'", "aa");
+    EXPECT_EQ(scripted_regex::searches, names{"aa"});
 }
 
 TEST_F(clause_matching, goes_from_left_to_right) {
-    matches("'a' and 'b'", "ab");
-    EXPECT_EQ(scripted_regex::searches, (names{"a", "b"}));
-    matches("'a' or 'b'", "b");
-    EXPECT_EQ(scripted_regex::searches, (names{"a", "b"}));
+    matches("'aa' and 'bb'", "aabb");
+    EXPECT_EQ(scripted_regex::searches, (names{"aa", "bb"}));
+    matches("'aa' or 'bb'", "bb");
+    EXPECT_EQ(scripted_regex::searches, (names{"aa", "bb"}));
 }
 
 TEST_F(clause_matching, logs_a_failing_search_and_takes_it_for_no_match) {
