@@ -43,6 +43,22 @@ void sim_disk::put(const std::string &path, const std::string &content) {
     durable[path] = names[path] = inode;
 }
 
+void sim_disk::append(const std::string &path, const std::string &content) {
+    overwrite(path, get(path) + content);
+}
+
+void sim_disk::overwrite(const std::string &path, const std::string &content) {
+    sim_inode *inode = names.at(path).get();
+    inode->content = inode->synced = content;
+}
+
+void sim_disk::rename(const std::string &from, const std::string &to) {
+    for (auto *list : {&names, &durable}) {
+        (*list)[to] = (*list)[from];
+        list->erase(from);
+    }
+}
+
 std::string sim_disk::get(const std::string &path) const {
     auto found = names.find(path);
     return found != names.end() ? found->second->content : "";
@@ -134,6 +150,7 @@ static host_file sim_open(const char *path, file_mode mode) {
 
 static int64_t sim_read(host_file file, void *buffer, size_t size) {
     sim_open_file *open = find_open(file);
+    if (open != nullptr && the_sim->disk.before_read) the_sim->disk.before_read(open->path);
     if (open == nullptr || fails("read", open->path, CODE_INPUT_OUTPUT)) return -1;
     const std::string &content = open->inode->content;
     size_t count = open->position < content.size() ? std::min(size, content.size() - open->position) : 0;

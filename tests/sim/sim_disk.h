@@ -9,6 +9,7 @@
 #include "platform/files.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,8 +43,16 @@ struct sim_disk {
     uint64_t cut_at = 0;
     uint64_t changes = 0; // operations that have changed something
 
+    // Called ahead of each read of the agent, with the path that the file was opened by: what others do
+    // meanwhile, or how long the disk takes.
+    std::function<void(const std::string &path)> before_read;
+
     // For tests: a file that has been there for long, its folders included.
     void put(const std::string &path, const std::string &content);
+    // What other programs do to a file of theirs, which stays the same file. A power cut takes nothing of it.
+    void append(const std::string &path, const std::string &content);
+    void overwrite(const std::string &path, const std::string &content);
+    void rename(const std::string &from, const std::string &to);
     std::string get(const std::string &path) const; // "" where there is none
     bool has(const std::string &path) const { return names.contains(path); }
     void remove(const std::string &path) { names.erase(path); }
