@@ -67,6 +67,7 @@ static size_t rarity(char byte) {
 
 static void choose_places(regex_literal *literal) {
     literal->one = literal->other = 0;
+    if (literal->length == 0) return;
     for (size_t i = 1; i < literal->length; i++)
         if (rarity(literal->bytes[i]) > rarity(literal->bytes[literal->one])) literal->one = i;
     if (literal->one == 0) literal->other = literal->length - 1;
@@ -110,6 +111,7 @@ static bool occurs_among(const regex_literal *literal, const char *text, const b
 
 // Sixteen places at a time, by two of the bytes.
 bool literal_occurs(const regex_literal *literal, const char *text, size_t length) {
+    if (literal->length == 0) return true;
     if (length < literal->length) return false;
     size_t places = length - literal->length + 1, at = 0;
     const byte_vector none = {};

@@ -70,6 +70,8 @@ TEST_F(regex_literals, are_found_at_every_place) {
             EXPECT_TRUE(occurs("aba", text)) << length << " " << at;
         }
     EXPECT_TRUE(occurs("ab", "ab"));
+    EXPECT_TRUE(occurs("a", "a"));
+    EXPECT_TRUE(occurs("", ""));
     EXPECT_FALSE(occurs("ab", "a"));
     EXPECT_FALSE(occurs("ab", ""));
 }
