@@ -42,7 +42,8 @@ class Demo(unittest.TestCase):
         told, _ = demo.communicate(timeout=PATIENCE_S)
         self.assertEqual(demo.returncode, 0, told)
         rows = {line.split()[0]: line.split()[1:] for line in told.splitlines() if line.split()}
-        for family in ("fs", "log", "mem", "system"):
+        self.assertGreaterEqual(int(rows["custom"][3]), 3, told)  # good ones
+        for family in ("fs", "log", "mem", "proc", "system"):
             _, checks, results, *_, errors = map(int, rows[family])
             self.assertGreaterEqual(results, max(checks, 1), told)
             self.assertEqual(errors, 0, told)
@@ -53,6 +54,13 @@ class Demo(unittest.TestCase):
         self.assertTrue([line for line in lines if "  alert    " in line and "error: request" in line], told)
         self.assertTrue([line for line in lines if "  warning  " in line and "warning: request" in line], told)
         self.assertNotIn("served", told)
+
+    def test_shows_an_action_ordered_taken_and_pruned(self):
+        told, _ = self.start(30).communicate(timeout=PATIENCE_S)
+        for step in ("is ordered to start", "has taken the order to start", "has started and pruned"):
+            self.assertIn(f"{step} note the time", told)
+        run = Path(programs.folder_of_programs) / "run"
+        self.assertRegex((run / "actions.log").read_text(), r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d, by order")
 
     def test_fails_where_the_agent_does(self):
         demo = self.start(30)
