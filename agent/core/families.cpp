@@ -8,8 +8,11 @@
 #include "logcheck/log_rules.h"
 #include "logcheck/log_scan.h"
 #include "platform/fatal.h"
+#include "probes/os/disks.h"
 #include "probes/os/drives.h"
+#include "probes/os/interfaces.h"
 #include "probes/os/memory.h"
+#include "probes/os/perf_browse.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/system_load.h"
 #include "protocol/checkin.h"
@@ -22,17 +25,17 @@ static check_entry rows[] = {
     {"system", scan_system, check_system, 0},
     {"proc", nullptr, nullptr, 0},
     {"smart", nullptr, nullptr, 0},
-    {"ifthrough", nullptr, nullptr, 0},
-    {"ifevents", nullptr, nullptr, 0},
+    {"ifthrough", scan_ifthroughput, check_ifthrough, 0},
+    {"ifevents", nullptr, check_ifthrough, 0},
     {"custom", nullptr, nullptr, 0},
     {"log", scan_log, check_log, CHECK_SELF_QUEUE},
     {"scm", nullptr, nullptr, 0},
-    {"perf", nullptr, check_perfcnt, 0},
+    {"perf", scan_perfcnts, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
     {"safte", nullptr, nullptr, 0},
     {"ipmisens", nullptr, nullptr, 0},
     {"csmiplus", nullptr, nullptr, 0},
-    {"block", nullptr, nullptr, 0},
+    {"block", scan_block_devices, check_block, 0},
     {},
 };
 

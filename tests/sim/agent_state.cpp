@@ -16,7 +16,7 @@
 #include "platform/sockets.h"
 #include "platform/waits.h"
 #include "probes/os/counter_names.h"
-#include "probes/os/counter_provider.h"
+#include "probes/os/counter_sources.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "protocol/configure.h"
@@ -56,7 +56,7 @@ void forget_agent_state() {
     fake_checks_reset();
     retention_reset();
     counter_names_reset();
-    provider_reset();
+    counter_sources_reset();
     drives_reset();
     memory_reset();
     log_conf_reset();
