@@ -11,6 +11,8 @@
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "probes/os/perf_counter.h"
+#include "probes/os/processes.h"
+#include "probes/os/services.h"
 #include "probes/os/system_load.h"
 #include "protocol/checkin.h"
 #include "protocol/configure.h"
@@ -20,13 +22,13 @@ static check_entry rows[] = {
     {"fs", scan_mounts, check_fs, 0},
     {"mem", scan_meminfo, check_mem, 0},
     {"system", scan_system, check_system, 0},
-    {"proc", nullptr, nullptr, 0},
+    {"proc", scan_processes, check_process, 0},
     {"smart", nullptr, nullptr, 0},
     {"ifthrough", nullptr, nullptr, 0},
     {"ifevents", nullptr, nullptr, 0},
     {"custom", nullptr, nullptr, 0},
     {"log", scan_log, check_log, CHECK_SELF_QUEUE},
-    {"scm", nullptr, nullptr, 0},
+    {"scm", scan_services, check_service, 0},
     {"perf", nullptr, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
     {"safte", nullptr, nullptr, 0},
