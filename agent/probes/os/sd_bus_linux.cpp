@@ -14,7 +14,7 @@ static bool look_up_all(void *library, sd_bus_functions *out) {
     return look_up(library, "sd_bus_open_system", &out->open_system) &&
            look_up(library, "sd_bus_is_ready", &out->is_ready) &&
            look_up(library, "sd_bus_process", &out->process) && look_up(library, "sd_bus_wait", &out->wait) &&
-           look_up(library, "sd_bus_flush_close_unref", &out->flush_close_unref) &&
+           look_up(library, "sd_bus_close_unref", &out->close_unref) &&
            look_up(library, "sd_bus_call", &out->call) &&
            look_up(library, "sd_bus_message_new_method_call", &out->message_new_method_call) &&
            look_up(library, "sd_bus_message_append", &out->message_append) &&
@@ -61,6 +61,6 @@ int open_bus(const sd_bus_functions *functions, sd_bus **out) {
     sd_bus *bus = nullptr;
     int status = functions->open_system(&bus);
     if (status >= 0) status = wait_until_ready(functions, bus);
-    *out = status >= 0 ? bus : functions->flush_close_unref(bus);
+    *out = status >= 0 ? bus : functions->close_unref(bus);
     return status;
 }

@@ -15,7 +15,8 @@ struct sd_bus_functions {
     int (*is_ready)(sd_bus *bus);
     int (*process)(sd_bus *bus, sd_bus_message **out);
     int (*wait)(sd_bus *bus, uint64_t timeout_us);
-    sd_bus *(*flush_close_unref)(sd_bus *bus);
+    // To flush as well would wait for a bus that hangs.
+    sd_bus *(*close_unref)(sd_bus *bus);
     int (*call)(sd_bus *bus, sd_bus_message *message, uint64_t timeout_us, sd_bus_error *error,
                 sd_bus_message **out_reply);
     int (*message_new_method_call)(sd_bus *bus, sd_bus_message **out, const char *destination,

@@ -63,17 +63,18 @@ static void report_service(const service_record &record, devices_guard *found) {
     found->reset(list);
 }
 
-// A batch of nothing, with more to follow, would never come to an end.
+// More to follow without a step ahead would never come to an end. Some hosts leave the handle where it was.
 static const char *list_services(service_manager *manager, service_record *batch, devices_guard *found) {
     uint32_t resume = 0;
     bool last = false;
     while (!last) {
         uint32_t needed = 0;
         uint32_t count = 0;
+        uint32_t start = resume;
         services_host->SetLastError(0);
         last = services_host->EnumServicesStatusA(manager, SERVICE_WIN32_KINDS, SERVICE_ALL_STATES, batch,
                                                   BATCH_SIZE, &needed, &count, &resume);
-        if (!last && (last_error() != MORE_DATA || count == 0))
+        if (!last && (last_error() != MORE_DATA || resume == start))
             return format_error("Error retriveing list of services: %s", last_error_text());
         count = std::min(count, BATCH_RECORDS);
         for (uint32_t i = 0; i < count; i++)

@@ -123,7 +123,7 @@ static int find_manager(const service_manager &manager) {
 
 static void close_manager(service_manager *manager) {
     drop_units(&manager->units);
-    manager->functions->flush_close_unref(manager->bus);
+    manager->functions->close_unref(manager->bus);
     heap_free(manager);
 }
 

@@ -106,3 +106,12 @@ TEST(next_in_chain, cuts_a_name_at_its_length_and_at_259_characters) {
     EXPECT_EQ(walk(make_chain({std::u16string(259, u'x')}, ADDRESS))[0].size(), 259U);
     EXPECT_EQ(walk(make_chain({std::u16string(300, u'x')}, ADDRESS))[0].size(), 259U);
 }
+
+TEST(recorded_process_snapshot, has_its_processes) {
+    recorded_answer answer("wine_process_snapshot.bin");
+    EXPECT_EQ(walk(answer.bytes, answer.address),
+              (names{u"rec.exe", u"services.exe", u"explorer.exe", u"winedevice.exe", u"svchost.exe",
+                     u"plugplay.exe", u"winedevice.exe"}));
+    answer.bytes.resize(answer.bytes.size() / 2);
+    EXPECT_GE(walk(answer.bytes, answer.address).size(), 2U) << "half a snapshot is walked as far as it goes";
+}
