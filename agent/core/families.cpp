@@ -14,6 +14,8 @@
 #include "probes/os/memory.h"
 #include "probes/os/perf_browse.h"
 #include "probes/os/perf_counter.h"
+#include "probes/os/processes.h"
+#include "probes/os/services.h"
 #include "probes/os/system_load.h"
 #include "protocol/checkin.h"
 #include "protocol/configure.h"
@@ -23,13 +25,13 @@ static check_entry rows[] = {
     {"fs", scan_mounts, check_fs, 0},
     {"mem", scan_meminfo, check_mem, 0},
     {"system", scan_system, check_system, 0},
-    {"proc", nullptr, nullptr, 0},
+    {"proc", scan_processes, check_process, 0},
     {"smart", nullptr, nullptr, 0},
     {"ifthrough", scan_ifthroughput, check_ifthrough, 0},
     {"ifevents", nullptr, check_ifthrough, 0},
     {"custom", nullptr, nullptr, 0},
     {"log", scan_log, check_log, CHECK_SELF_QUEUE},
-    {"scm", nullptr, nullptr, 0},
+    {"scm", scan_services, check_service, 0},
     {"perf", scan_perfcnts, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
     {"safte", nullptr, nullptr, 0},

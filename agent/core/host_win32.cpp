@@ -19,6 +19,8 @@
 #include "probes/os/host_info_ops.h"
 #include "probes/os/memory_ops.h"
 #include "probes/os/perf_counter_ops.h"
+#include "probes/os/processes_ops.h"
+#include "probes/os/services_ops.h"
 #include "settings/places.h"
 
 #include <windows.h>
@@ -54,6 +56,8 @@ void use_host() {
     host_info_host = &host_info_ops_host;
     memory_host = &memory_ops_host;
     perf_counter_host = &perf_counter_ops_host;
+    processes_host = &processes_ops_host;
+    services_host = &services_ops_host;
 
     // log checks
     event_log_host = &event_log_ops_host;

@@ -13,6 +13,8 @@
 #include "probes/os/host_info_ops.h"
 #include "probes/os/memory_ops.h"
 #include "probes/os/perf_counter_ops.h"
+#include "probes/os/processes_ops.h"
+#include "probes/os/services_ops.h"
 #include "settings/registry_file.h"
 #include "sim/agent_state.h"
 #include "sim/sim_folders.h"
@@ -50,6 +52,8 @@ static void use_sim() {
     host_info_host = &sim_host_info;
     memory_host = &sim_memory;
     perf_counter_host = &sim_counters;
+    processes_host = &sim_processes;
+    services_host = &sim_service_manager;
 
     // log checks
     log_scan_host = &sim_log_scan;
