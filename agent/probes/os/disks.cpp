@@ -1,5 +1,6 @@
 #include "probes/os/disks.h"
 
+#include "devtree/scan_device.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/text.h"
@@ -7,7 +8,6 @@
 #include "probes/os/counter_names.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/rounding.h"
-#include "probes/os/scan_device.h"
 
 #include <cstdio>
 #include <cstring>

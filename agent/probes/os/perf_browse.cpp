@@ -1,5 +1,6 @@
 #include "probes/os/perf_browse.h"
 
+#include "devtree/scan_device.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/text.h"
@@ -8,7 +9,6 @@
 #include "probes/os/name_index.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/perf_counter_ops.h"
-#include "probes/os/scan_device.h"
 
 #include <cstdio>
 #include <cstring>
