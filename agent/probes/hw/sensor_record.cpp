@@ -50,6 +50,7 @@ constexpr size_t COMPACT_TEXT = 31;
 // Kinds of the id text: IPMI 2.0, clause 43.15. Only 8-bit text is read.
 constexpr const char *UNREAD_KINDS[] = {"[UNICODE]", "[BCD-plus]", "[6-bit packed ASCII]"};
 constexpr uint8_t RESERVED_LENGTH = 31;
+constexpr size_t TEXT_LIMIT = 16;
 
 } // namespace
 
@@ -65,15 +66,15 @@ static double signed_ten_bits(const uint8_t *bytes) {
     return signed_number(bytes[0] | (bytes[1] & 0xC0U) << 2, 10);
 }
 
-static void decode_text(const uint8_t *bytes, char out[DESCRIPTION_LIMIT + 1]) {
+static void decode_text(const uint8_t *bytes, char (&out)[DESCRIPTION_SIZE]) {
     uint8_t kind = bytes[0] >> 6;
     size_t length = bytes[0] & 0x1F;
     if (length == RESERVED_LENGTH) {
-        copy_bounded(out, "[1Fh length buffer]", DESCRIPTION_LIMIT + 1);
+        copy_bounded(out, "[1Fh length buffer]", sizeof out);
     } else if (kind < std::size(UNREAD_KINDS)) {
-        copy_bounded(out, UNREAD_KINDS[kind], DESCRIPTION_LIMIT + 1);
+        copy_bounded(out, UNREAD_KINDS[kind], sizeof out);
     } else {
-        length = std::min(length, DESCRIPTION_LIMIT);
+        length = std::min(length, TEXT_LIMIT);
         memcpy(out, bytes + 1, length);
         out[length] = '\0';
     }

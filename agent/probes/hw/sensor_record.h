@@ -7,7 +7,7 @@
 #include <cstdint>
 
 inline constexpr size_t SDR_SIZE = 256; // no record is longer
-inline constexpr size_t DESCRIPTION_LIMIT = 16;
+inline constexpr size_t DESCRIPTION_SIZE = 24; // 16 characters, or words of ours
 
 // Bytes 3 of the header.
 enum : uint8_t { SDR_FULL = 1, SDR_COMPACT = 2 };
@@ -43,7 +43,7 @@ struct sensor_record {
     double r_exp;
     double b_exp;
     uint32_t direction;
-    char description[DESCRIPTION_LIMIT + 1];
+    char description[DESCRIPTION_SIZE];
     uint32_t zero_count; // 0 to 2: how surely a reading of 0 is no mistake
     sensor_record *next;
 };

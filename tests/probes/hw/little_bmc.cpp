@@ -39,7 +39,7 @@ std::vector<uint8_t> sdr_bytes(const sdr_words &words) {
     return record;
 }
 
-void little_bmc::add(std::vector<uint8_t> record) {
+void little_bmc::add_record(std::vector<uint8_t> record) {
     auto id = static_cast<uint16_t>(records.size() + 1);
     if (!records.empty()) records.back().next = id;
     if (record.size() >= 2) {

@@ -50,8 +50,8 @@ struct stored_record {
 
 struct little_bmc {
     // Adds at the end, linked to by the one before. The first is found under id 0 too.
-    void add(std::vector<uint8_t> record);
-    void add(const sdr_words &words) { add(sdr_bytes(words)); }
+    void add_record(std::vector<uint8_t> record);
+    void add(const sdr_words &words) { add_record(sdr_bytes(words)); }
     // 400 sensors, a few of each kind.
     void add_many(uint32_t count);
 
