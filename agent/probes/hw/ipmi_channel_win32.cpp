@@ -31,12 +31,6 @@ Interface *as(wmi_object *object) {
     return reinterpret_cast<Interface *>(object);
 }
 
-// The same pointer, for a call that sets it.
-template <class Interface>
-Interface **as(wmi_object **object) {
-    return reinterpret_cast<Interface **>(object);
-}
-
 BSTR text_of(wide_text *text) {
     return reinterpret_cast<BSTR>(text);
 }
@@ -83,6 +77,12 @@ uint32_t status_of(HRESULT result) {
     return static_cast<uint32_t>(result);
 }
 
+// What a failed call has set is nobody's.
+uint32_t give(HRESULT result, IUnknown *made, wmi_object **out) {
+    if (SUCCEEDED(result)) *out = reinterpret_cast<wmi_object *>(made);
+    return status_of(result);
+}
+
 } // namespace
 
 static uint32_t initialize() {
@@ -101,8 +101,7 @@ static uint32_t initialize_security() {
 static uint32_t create_locator(wmi_object **locator) {
     void *made = nullptr;
     HRESULT result = CoCreateInstance(LOCATOR_CLASS, nullptr, CLSCTX_INPROC_SERVER, LOCATOR, &made);
-    if (SUCCEEDED(result)) *locator = static_cast<wmi_object *>(made);
-    return status_of(result);
+    return give(result, static_cast<IUnknown *>(made), locator);
 }
 
 static wide_text *alloc_text(const char *text) {
@@ -114,31 +113,37 @@ static void free_text(wide_text *text) {
 }
 
 static uint32_t connect_server(wmi_object *locator, wide_text *name_space, wmi_object **services) {
-    return status_of(as<IWbemLocator>(locator)->ConnectServer(
-        text_of(name_space), nullptr, nullptr, nullptr, 0, nullptr, nullptr, as<IWbemServices>(services)));
+    IWbemServices *made = nullptr;
+    HRESULT result = as<IWbemLocator>(locator)->ConnectServer(text_of(name_space), nullptr, nullptr, nullptr,
+                                                              0, nullptr, nullptr, &made);
+    return give(result, made, services);
 }
 
 static uint32_t create_instance_enum(wmi_object *services, wide_text *class_name, wmi_object **enumerator) {
-    return status_of(as<IWbemServices>(services)->CreateInstanceEnum(text_of(class_name), 0, nullptr,
-                                                                     as<IEnumWbemClassObject>(enumerator)));
+    IEnumWbemClassObject *made = nullptr;
+    HRESULT result = as<IWbemServices>(services)->CreateInstanceEnum(text_of(class_name), 0, nullptr, &made);
+    return give(result, made, enumerator);
 }
 
 static uint32_t next_object(wmi_object *enumerator, wmi_object **instance, uint32_t *count) {
+    IWbemClassObject *made = nullptr;
     ULONG found = 0;
-    HRESULT result = as<IEnumWbemClassObject>(enumerator)
-                         ->Next(static_cast<LONG>(WBEM_INFINITE), 1, as<IWbemClassObject>(instance), &found);
+    HRESULT result =
+        as<IEnumWbemClassObject>(enumerator)->Next(static_cast<LONG>(WBEM_INFINITE), 1, &made, &found);
     *count = found;
-    return status_of(result);
+    return give(result, made, instance);
 }
 
 static uint32_t get_object(wmi_object *services, wide_text *class_name, wmi_object **class_object) {
-    return status_of(as<IWbemServices>(services)->GetObject(text_of(class_name), 0, nullptr,
-                                                            as<IWbemClassObject>(class_object), nullptr));
+    IWbemClassObject *made = nullptr;
+    HRESULT result = as<IWbemServices>(services)->GetObject(text_of(class_name), 0, nullptr, &made, nullptr);
+    return give(result, made, class_object);
 }
 
 static uint32_t get_method(wmi_object *class_object, const char *method, wmi_object **parameters) {
-    return status_of(as<IWbemClassObject>(class_object)
-                         ->GetMethod(wide_name(method).text, 0, as<IWbemClassObject>(parameters), nullptr));
+    IWbemClassObject *made = nullptr;
+    HRESULT result = as<IWbemClassObject>(class_object)->GetMethod(wide_name(method).text, 0, &made, nullptr);
+    return give(result, made, parameters);
 }
 
 static uint32_t put(wmi_object *parameters, const char *name, wmi_value *value) {
@@ -150,11 +155,11 @@ static uint32_t exec_method(wmi_object *services, const wmi_value *path, const c
                             wmi_object *parameters, wmi_object **outputs) {
     BSTR name = SysAllocString(wide_name(method).text);
     if (name == nullptr) return WBEM_NO_MEMORY;
-    HRESULT result = as<IWbemServices>(services)->ExecMethod(text_of(path->text), name, 0, nullptr,
-                                                             as<IWbemClassObject>(parameters),
-                                                             as<IWbemClassObject>(outputs), nullptr);
+    IWbemClassObject *made = nullptr;
+    HRESULT result = as<IWbemServices>(services)->ExecMethod(
+        text_of(path->text), name, 0, nullptr, as<IWbemClassObject>(parameters), &made, nullptr);
     SysFreeString(name);
-    return status_of(result);
+    return give(result, made, outputs);
 }
 
 static uint32_t get(wmi_object *object, const char *name, wmi_value *value) {
