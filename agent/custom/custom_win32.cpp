@@ -1,13 +1,13 @@
 #include "custom/custom_ops.h"
 #include "platform/heap.h"
-#include "platform/owner_only_win32.h"
 #include "platform/text.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
 
-#include <windows.h>
+#include "platform/owner_only_win32.h"
 
 #include <cstdio>
+#include <windows.h>
 
 struct output_pipe {
     HANDLE file;
