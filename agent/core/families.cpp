@@ -3,6 +3,8 @@
 #include "core/os_arch.h"
 #include "core/schedule.h"
 #include "core/upgrade.h"
+#include "custom/action.h"
+#include "custom/custom_check.h"
 #include "devtree/check_table.h"
 #include "logcheck/log_check.h"
 #include "logcheck/log_rules.h"
@@ -29,11 +31,11 @@ static check_entry rows[] = {
     {"smart", nullptr, nullptr, 0},
     {"ifthrough", scan_ifthroughput, check_ifthrough, 0},
     {"ifevents", nullptr, check_ifthrough, 0},
-    {"custom", nullptr, nullptr, 0},
+    {"custom", scan_custom, check_custom, 0},
     {"log", scan_log, check_log, CHECK_SELF_QUEUE},
     {"scm", scan_services, check_service, 0},
     {"perf", scan_perfcnts, check_perfcnt, 0},
-    {"action", nullptr, nullptr, 0},
+    {"action", scan_action, check_action, 0},
     {"safte", nullptr, nullptr, 0},
     {"ipmisens", nullptr, nullptr, 0},
     {"csmiplus", nullptr, nullptr, 0},

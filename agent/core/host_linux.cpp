@@ -3,6 +3,7 @@
 #include "core/command_pipe_ops.h"
 #include "core/parent_pipes_ops.h"
 #include "core/signals.h"
+#include "custom/custom_ops.h"
 #include "logcheck/log_scan_ops.h"
 #include "platform/clock.h"
 #include "platform/crash.h"
@@ -54,6 +55,9 @@ void use_host() {
     // log checks
     log_scan_host = &log_scan_ops_host;
     log_path_style_in_force = log_scan_host->style;
+
+    // the administrator's programs
+    custom_host = &custom_ops_host;
 
     // the process and its neighbours
     command_pipe_host = &command_pipe_ops_host;

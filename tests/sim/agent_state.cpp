@@ -5,6 +5,8 @@
 #include "core/options.h"
 #include "core/os_arch.h"
 #include "core/run_loop.h"
+#include "custom/action.h"
+#include "custom/custom_check.h"
 #include "devtree/fake_checks.h"
 #include "devtree/live_trees.h"
 #include "devtree/retention.h"
@@ -60,6 +62,8 @@ void forget_agent_state() {
     drives_reset();
     memory_reset();
     log_conf_reset();
+    custom_check_reset();
+    action_reset();
 
     // state, settings and the ground floor
     var_reset();

@@ -59,6 +59,9 @@ static void use_sim() {
     log_scan_host = &sim_log_scan;
     log_path_style_in_force = log_scan_host->style;
 
+    // the administrator's programs
+    custom_host = &sim_custom;
+
     // the process and its neighbours
     command_pipe_host = &sim_command_pipe;
     parent_pipe_host = &sim_parent_pipes;
@@ -151,6 +154,7 @@ void host_sim::bury_agent() {
     scheduler.kill_tasks(true);
     forget_agent_state();
     sim_services_bury();
+    programs.bury();
     network.close_sockets();
     disk.open_files.clear();
 }

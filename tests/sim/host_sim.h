@@ -16,6 +16,7 @@
 #include "sim/sim_neighbours.h"
 #include "sim/sim_network.h"
 #include "sim/sim_probes.h"
+#include "sim/sim_programs.h"
 #include "sim/sim_running.h"
 #include "sim/sim_scheduler.h"
 #include "wire/scripted_server.h"
@@ -51,6 +52,7 @@ struct host_sim {
     sim_disk disk;
     sim_probes probes;
     sim_running running;
+    sim_programs programs;
 
     // Time. The wall clock can be set, which moves no deadline.
     int64_t wall_offset = SIM_START;
