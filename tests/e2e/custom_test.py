@@ -8,7 +8,7 @@ from programs import NOTHING_ELSE, ProgramsTest, frequent, main, wait_until
 POLICY = f"""
 checkin = "1 h"
 {NOTHING_ELSE}
-{frequent("custom", 1)}
+{frequent("custom", 3)}
 alert_values = [0]
 """
 
