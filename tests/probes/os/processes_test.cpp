@@ -171,6 +171,12 @@ TEST_F(scan_processes_test, takes_a_status_that_is_not_negative_for_success) {
     EXPECT_EQ(offered(), texts{"a"});
 }
 
+TEST_F(scan_processes_test, cuts_names_at_what_the_wire_carries) {
+    processes.names = {std::u16string(129, u'a'), std::u16string(259, u'b')};
+    EXPECT_SUCCESS(scan_processes(&root));
+    EXPECT_EQ(offered(), (texts{std::string(128, 'b'), std::string(128, 'a')}));
+}
+
 TEST_F(scan_processes_test, offers_five_thousand_processes) {
     for (int i = 0; i < 5000; i++)
         processes.names.push_back(u"process of a host");
@@ -197,6 +203,12 @@ TEST_F(check_process_test, compares_regardless_of_case) {
     EXPECT_EQ(check("eXPLORER.exe"), "1 Available");
     EXPECT_EQ(check("Explorer.EX"), "0 Missing");
     EXPECT_EQ(check("Explorer.EXE2"), "0 Missing");
+}
+
+TEST_F(check_process_test, finds_a_process_by_what_the_wire_carries_of_its_name) {
+    processes.names = {std::u16string(200, u'a')};
+    EXPECT_EQ(check(std::string(128, 'a').c_str()), "1 Available");
+    EXPECT_EQ(check(std::string(127, 'a').c_str()), "0 Missing");
 }
 
 TEST_F(check_process_test, finds_the_nameless_one_as_idle_in_any_case) {

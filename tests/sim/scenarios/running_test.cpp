@@ -95,3 +95,14 @@ TEST_F(running, five_thousand_processes_and_five_hundred_services_reach_the_serv
     EXPECT_EQ(offered("scm"), 500);
     EXPECT_EQ(told("proc/process 4995")[0], "0 1 0 Available");
 }
+
+TEST_F(running, names_that_are_too_long_keep_nothing_else_from_the_server) {
+    sim.running.processes.push_back(std::string(200, 'p'));
+    sim.running.services[std::string(200, 's')] = {"Long", 4};
+    sim.running.services["long"] = {std::string(200, 'd'), 4};
+    begin({{"proc", {wire::bitmap(std::string(128, 'p'), 60, PLACES)}}});
+    ASSERT_TRUE(checkins(2));
+    EXPECT_EQ(offered("proc"), 5);
+    EXPECT_EQ(offered("scm"), 3);
+    EXPECT_EQ(told("proc/" + std::string(128, 'p'))[0], "0 1 0 Available");
+}
