@@ -68,9 +68,11 @@ static const char *take_snapshot(snapshot_use use, snapshot_guard *snapshot, pro
     return "No free memory in scan_processes";
 }
 
-static bool next_name(process_walk *walk, char *name) {
+// A name is cut at what an id may have on the wire, where a longer one would keep the whole tree back.
+static bool next_name(process_walk *walk, char name[IMAGE_NAME_SIZE]) {
     if (!processes_host->next_process(walk, name, IMAGE_NAME_SIZE)) return false;
     if (name[0] == '\0') copy_bounded(name, "Idle", IMAGE_NAME_SIZE);
+    name[NAME_LIMIT] = '\0';
     return true;
 }
 

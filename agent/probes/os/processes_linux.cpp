@@ -1,3 +1,4 @@
+#include "platform/heap.h"
 #include "platform/text.h"
 #include "probes/os/host_files_linux.h"
 #include "probes/os/process_list.h"
@@ -6,6 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+
+struct process {
+    uint32_t id;
+};
 
 static constexpr auto SNAPSHOT_FAILED = static_cast<int32_t>(0xC0000001);
 
@@ -82,26 +87,32 @@ static bool enum_processes(uint32_t *ids, uint32_t size, uint32_t *out_returned)
     return true;
 }
 
-// An open process is its id, and its program the only module: nothing is held.
 static process *open_process(uint32_t, uint32_t id) {
     char path[32];
     snprintf(path, sizeof path, "%u/stat", id);
-    if (id == 0 || faccessat(proc_folder(), path, R_OK, 0) != 0) return nullptr;
-    return reinterpret_cast<process *>(uintptr_t{id});
+    if (faccessat(proc_folder(), path, R_OK, 0) != 0) return nullptr;
+    auto *opened = heap_new<process>();
+    if (opened != nullptr)
+        opened->id = id;
+    else
+        errno = ENOMEM;
+    return opened;
 }
 
-static bool enum_modules(process *handle, process_module **out_first, uint32_t, uint32_t *out_needed) {
-    *out_first = reinterpret_cast<process_module *>(handle);
-    *out_needed = sizeof *out_first;
+// The program is the only module that is told, and needs no handle.
+static bool enum_modules(process *, process_module **out_first, uint32_t size, uint32_t *out_needed) {
+    *out_first = nullptr;
+    *out_needed = size;
     return true;
 }
 
-static bool module_name(process *handle, process_module *, char *name, uint32_t size) {
-    auto id = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(handle));
-    return read_process_name(FILES, id, name, size);
+static bool module_name(process *opened, process_module *, char *name, uint32_t size) {
+    return read_process_name(FILES, opened->id, name, size);
 }
 
-static void close_process(process *) {}
+static void close_process(process *opened) {
+    heap_free(opened);
+}
 
 const processes_ops processes_ops_host = {
     .GetModuleHandleA = is_there,

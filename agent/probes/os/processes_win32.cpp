@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#define PSAPI_VERSION 1 // functions of psapi.dll, under their own names
 #include <psapi.h>
 
 namespace {

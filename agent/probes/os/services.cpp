@@ -7,6 +7,7 @@
 #include "probes/os/services_ops.h"
 
 #include <algorithm>
+#include <cstring>
 
 const services_ops *services_host;
 
@@ -51,11 +52,16 @@ static const char *manager_failure() {
     return format_error("Error opening the Service Control Manager: %s", last_error_text());
 }
 
+// A name is cut at what it may have on the wire, where a longer one would keep the whole tree back. A service
+// whose id is longer is none that a server could name.
 static void report_service(const service_record &record, devices_guard *found) {
+    if (strlen(record.service_name) > NAME_LIMIT) return;
     agent_log(LOG_TRACE, "Reporting service %s", record.service_name);
+    char name[NAME_LIMIT + 1];
+    copy_bounded(name, record.display_name, sizeof name);
     devnode *list = found->release();
     put_in_front(&list, new_scan_device({.id = record.service_name,
-                                         .name = record.display_name,
+                                         .name = name,
                                          .comment = state_text(record.status.current_state),
                                          .type = TYPE_BITMAP,
                                          .unit = "",

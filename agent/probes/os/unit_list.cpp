@@ -8,7 +8,7 @@
 namespace {
 
 constexpr char SUFFIX[] = ".service";
-constexpr size_t NAME_LIMIT = 256;
+constexpr size_t TEXT_LIMIT = 256;
 
 struct state_row {
     const char *active_state;
@@ -127,7 +127,7 @@ bool parse_unit_description(const char *text, char *out, size_t size) {
 
 // How much of a text is told.
 static uint32_t told_length(const char *text) {
-    return static_cast<uint32_t>(strnlen(text, NAME_LIMIT));
+    return static_cast<uint32_t>(strnlen(text, TEXT_LIMIT));
 }
 
 static uint32_t room_of(const unit_record &unit) {

@@ -89,25 +89,24 @@ const processes_ops RECORDED_OPS = {
                        uint32_t size) { return next_listed_process(RECORDED, walk, name, size); },
 };
 
+// In the order of their ids.
+texts scanned() {
+    devtree root = {};
+    EXPECT_SUCCESS(scan_processes(&root));
+    devtree_guard group(root.children);
+    texts found;
+    for (const devnode *device = group->devices; device != nullptr; device = device->next)
+        found.insert(found.begin(), device->id);
+    return found;
+}
+
 struct recorded_processes : testing::Test {
     test_host host;
     recorded_machine machine{"relay"};
-    devtree root = {};
 
     recorded_processes() { processes_host = &RECORDED_OPS; }
-    ~recorded_processes() override {
-        free_devtree(root.children);
-        processes_host = nullptr;
-    }
+    ~recorded_processes() override { processes_host = nullptr; }
 
-    // In the order of their ids.
-    texts scan() {
-        EXPECT_SUCCESS(scan_processes(&root));
-        texts found;
-        for (const devnode *device = root.children->devices; device != nullptr; device = device->next)
-            found.insert(found.begin(), device->id);
-        return found;
-    }
     bool was_read(const std::string &path) const {
         return std::find(machine.reads.begin(), machine.reads.end(), path) != machine.reads.end();
     }
@@ -181,26 +180,26 @@ TEST(complete_from_arguments, finds_a_script_behind_its_interpreter) {
 }
 
 TEST_F(recorded_processes, are_offered_under_their_whole_names) {
-    EXPECT_EQ(scan(), (texts{
-                          "systemd",                            // 1
-                          "kthreadd",                           // 2
-                          "kworker/u64:3-events_unbound",       // 37, longer than what is cut
-                          "rcu_tasks_trace",                    // 38, of 15 bytes
-                          "systemd-timesyncd",                  // 512, by its program
-                          "unattended-upgrade-shutdown",        // 640, a script
-                          "(sd-pam)",                           // 701
-                          "a name\nwith (all) \\of it\xC3\xBC", // 1200
-                          "postgres",                           // 1300
-                          "postgres",                           // 1301
-                          "relay-forwarder-of-packets",         // 1402, removed meanwhile
-                          "relay-forwarder-of-packets",         // 1403, whose program may not be read
-                          "worker-thread-1",                    // 1500, called so by itself
-                          "half",                               // 1700, its first thread has ended
-                      }));
+    EXPECT_EQ(scanned(), (texts{
+                             "systemd",                            // 1
+                             "kthreadd",                           // 2
+                             "kworker/u64:3-events_unbound",       // 37, longer than what is cut
+                             "rcu_tasks_trace",                    // 38, of 15 bytes
+                             "systemd-timesyncd",                  // 512, by its program
+                             "unattended-upgrade-shutdown",        // 640, a script
+                             "(sd-pam)",                           // 701
+                             "a name\nwith (all) \\of it\xC3\xBC", // 1200
+                             "postgres",                           // 1300
+                             "postgres",                           // 1301
+                             "relay-forwarder-of-packets",         // 1402, removed meanwhile
+                             "relay-forwarder-of-packets",         // 1403, whose program may not be read
+                             "worker-thread-1",                    // 1500, called so by itself
+                             "half",                               // 1700, its first thread has ended
+                         }));
 }
 
 TEST_F(recorded_processes, are_asked_for_their_programs_only_where_names_are_cut) {
-    scan();
+    scanned();
     EXPECT_FALSE(was_read("/proc/1/exe"));
     EXPECT_FALSE(was_read("/proc/37/exe"));
     EXPECT_TRUE(was_read("/proc/38/exe"));
@@ -213,7 +212,7 @@ TEST_F(recorded_processes, may_go_while_the_list_is_read) {
     machine.texts["/proc/1/stat"] = "";
     machine.texts["/proc/512/exe"] = "";
     machine.texts["/proc/512/cmdline"] = "";
-    texts found = scan();
+    texts found = scanned();
     EXPECT_EQ(found[0], "kthreadd");
     EXPECT_EQ(found[3], "systemd-timesyn") << "what is known of it";
 }
@@ -230,7 +229,7 @@ TEST_F(recorded_processes, are_read_no_further_than_the_first_match) {
 
 TEST_F(recorded_processes, are_no_processes_where_nothing_of_them_runs) {
     machine.texts["/proc/1/stat"] = std::string("1 (systemd)") + ZOMBIE;
-    EXPECT_EQ(scan()[0], "kthreadd");
+    EXPECT_EQ(scanned()[0], "kthreadd");
 }
 
 TEST_F(recorded_processes, have_names_within_the_room_for_them) {
@@ -242,11 +241,9 @@ TEST_F(recorded_processes, have_names_within_the_room_for_them) {
 TEST_F(recorded_processes, without_a_name_take_that_of_their_program) {
     machine.texts["/proc/1/stat"] = "1 () S 0 1 1";
     machine.texts["/proc/1/exe"] = "/usr/lib/systemd/systemd";
-    EXPECT_EQ(scan()[0], "systemd");
+    EXPECT_EQ(scanned()[0], "systemd");
     machine.texts["/proc/1/exe"] = machine.texts["/proc/1/cmdline"] = "";
-    free_devtree(root.children);
-    root.children = nullptr;
-    EXPECT_EQ(scan()[0], "Idle");
+    EXPECT_EQ(scanned()[0], "Idle");
 }
 
 TEST(next_listed_process, ends_with_the_snapshot) {
@@ -256,4 +253,16 @@ TEST(next_listed_process, ends_with_the_snapshot) {
     char name[IMAGE_NAME_SIZE];
     EXPECT_TRUE(next_listed_process(RECORDED, &walk, name, sizeof name));
     EXPECT_FALSE(next_listed_process(RECORDED, &walk, name, sizeof name)) << "half an id is none";
+}
+
+TEST(recorded_machines, have_processes_of_odd_names) {
+    test_host host;
+    processes_host = &RECORDED_OPS;
+    const std::pair<const char *, texts> machines[] = {{"container", {"init", "web server", "sh"}},
+                                                       {"numa", {"systemd", "kthreadd", "a) R 1 (b"}}};
+    for (const auto &[name, expected] : machines) {
+        recorded_machine machine(name);
+        EXPECT_EQ(scanned(), expected) << name;
+    }
+    processes_host = nullptr;
 }

@@ -224,6 +224,7 @@ TEST(linux_process_ids, are_too_many_for_a_small_buffer) {
 }
 
 TEST(linux_process_ids, open_only_where_somebody_has_them) {
+    test_host host;
     EXPECT_EQ(processes_ops_host.OpenProcess(0x410, 0), nullptr);
     EXPECT_EQ(processes_ops_host.OpenProcess(0x410, 0x7FFFFFFF), nullptr);
     EXPECT_EQ(errno, ENOENT);
@@ -236,4 +237,8 @@ TEST(linux_process_ids, open_only_where_somebody_has_them) {
     EXPECT_TRUE(processes_ops_host.GetModuleBaseNameA(self, module, name, sizeof name));
     EXPECT_STREQ(name, "probes_");
     processes_ops_host.CloseHandle(self);
+    host.fail_allocation = 1;
+    EXPECT_EQ(processes_ops_host.OpenProcess(0x410, static_cast<uint32_t>(getpid())), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(host.blocks, 0);
 }

@@ -2,6 +2,7 @@
 
 #include "fakes/notes.h"
 #include "platform/agent_log.h"
+#include "platform/heap.h"
 #include "probes/os/scripted_processes.h"
 #include "settings/settings.h"
 
@@ -115,23 +116,23 @@ TEST_F(scan_processes_test, doubles_the_buffer_as_long_as_it_is_too_small) {
 }
 
 TEST_F(scan_processes_test, frees_the_old_buffer_before_it_takes_the_next) {
+    static const heap_ops *heap;
+    static int64_t held; // when the second buffer is asked for
+    heap = heap_host;
+    heap_ops watching = *heap_host;
+    watching.allocate = [](size_t size) {
+        if (size == 65536) held = the_host->blocks;
+        return heap->allocate(size);
+    };
     processes.names = {u"a"};
     processes.needs = 65536;
     int64_t before = host.blocks;
-    static int64_t seen;
-    seen = 0;
-    static auto counting = [](uint32_t information_class, uint8_t *buffer, uint32_t size) {
-        seen = std::max(seen, the_host->blocks);
-        return scripted_snapshot(information_class, buffer, size);
-    };
-    processes_ops ops = scripted_processes_ops;
-    ops.ZwQuerySystemInformation = [](uint32_t a, uint8_t *b, uint32_t c) { return counting(a, b, c); };
-    processes_host = &ops;
+    heap_host = &watching;
     EXPECT_SUCCESS(scan_processes(&root));
-    EXPECT_EQ(seen, before + 1);
+    heap_host = heap;
+    EXPECT_EQ(held, before);
 }
 
-// The host in memory has no block of two gigabytes to give, so that the growth ends like this everywhere.
 TEST_F(scan_processes_test, ends_where_memory_does) {
     processes.names = {u"a"};
     processes.needs = 1 << 20;
@@ -171,6 +172,12 @@ TEST_F(scan_processes_test, takes_a_status_that_is_not_negative_for_success) {
     EXPECT_EQ(offered(), texts{"a"});
 }
 
+TEST_F(scan_processes_test, cuts_names_at_what_the_wire_carries) {
+    processes.names = {std::u16string(129, u'a'), std::u16string(259, u'b')};
+    EXPECT_SUCCESS(scan_processes(&root));
+    EXPECT_EQ(offered(), (texts{std::string(128, 'b'), std::string(128, 'a')}));
+}
+
 TEST_F(scan_processes_test, offers_five_thousand_processes) {
     for (int i = 0; i < 5000; i++)
         processes.names.push_back(u"process of a host");
@@ -197,6 +204,12 @@ TEST_F(check_process_test, compares_regardless_of_case) {
     EXPECT_EQ(check("eXPLORER.exe"), "1 Available");
     EXPECT_EQ(check("Explorer.EX"), "0 Missing");
     EXPECT_EQ(check("Explorer.EXE2"), "0 Missing");
+}
+
+TEST_F(check_process_test, finds_a_process_by_what_the_wire_carries_of_its_name) {
+    processes.names = {std::u16string(200, u'a')};
+    EXPECT_EQ(check(std::string(128, 'a').c_str()), "1 Available");
+    EXPECT_EQ(check(std::string(127, 'a').c_str()), "0 Missing");
 }
 
 TEST_F(check_process_test, finds_the_nameless_one_as_idle_in_any_case) {

@@ -198,6 +198,13 @@ TEST_F(scan_services_test, tells_a_service_in_the_words_of_its_family) {
     EXPECT_EQ(found->limits.hint.hint_present, 0U);
 }
 
+TEST_F(scan_services_test, offers_nothing_that_the_wire_would_refuse) {
+    services = {{std::string(128, 'a'), std::string(200, 'A')}, {std::string(129, 'b'), "B"}};
+    EXPECT_SUCCESS(scan_services(&root));
+    EXPECT_EQ(offered(), texts{std::string(128, 'a')});
+    EXPECT_EQ(root.children->devices->name, std::string(128, 'A'));
+}
+
 TEST_F(scan_services_test, comments_each_service_with_its_state) {
     for (auto [state, text] : STATES)
         services.insert(services.begin(), {"s", "S", state});
