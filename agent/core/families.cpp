@@ -8,6 +8,9 @@
 #include "logcheck/log_rules.h"
 #include "logcheck/log_scan.h"
 #include "platform/fatal.h"
+#include "probes/hw/raid.h"
+#include "probes/hw/safte.h"
+#include "probes/hw/smart.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "probes/os/perf_counter.h"
@@ -21,7 +24,7 @@ static check_entry rows[] = {
     {"mem", scan_meminfo, check_mem, 0},
     {"system", scan_system, check_system, 0},
     {"proc", nullptr, nullptr, 0},
-    {"smart", nullptr, nullptr, 0},
+    {"smart", scan_smart_ide, check_smart, 0},
     {"ifthrough", nullptr, nullptr, 0},
     {"ifevents", nullptr, nullptr, 0},
     {"custom", nullptr, nullptr, 0},
@@ -29,9 +32,9 @@ static check_entry rows[] = {
     {"scm", nullptr, nullptr, 0},
     {"perf", nullptr, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
-    {"safte", nullptr, nullptr, 0},
+    {"safte", scan_safte, check_safte, 0},
     {"ipmisens", nullptr, nullptr, 0},
-    {"csmiplus", nullptr, nullptr, 0},
+    {"csmiplus", scan_raid, check_raid, 0},
     {"block", nullptr, nullptr, 0},
     {},
 };

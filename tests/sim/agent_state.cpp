@@ -15,6 +15,8 @@
 #include "platform/fatal.h"
 #include "platform/sockets.h"
 #include "platform/waits.h"
+#include "probes/hw/raid.h"
+#include "probes/hw/safte.h"
 #include "probes/os/counter_names.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives.h"
@@ -58,6 +60,8 @@ void forget_agent_state() {
     counter_names_reset();
     provider_reset();
     drives_reset();
+    close_controllers();
+    safte_reset();
     memory_reset();
     log_conf_reset();
 

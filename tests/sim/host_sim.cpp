@@ -8,6 +8,9 @@
 #include "platform/crash.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -50,6 +53,11 @@ static void use_sim() {
     host_info_host = &sim_host_info;
     memory_host = &sim_memory;
     perf_counter_host = &sim_counters;
+
+    // probes of the hardware
+    raid_host = &sim_raid;
+    scsi_host = &sim_scsi;
+    smart_host = &sim_smart;
 
     // log checks
     log_scan_host = &sim_log_scan;

@@ -83,8 +83,6 @@ TEST(this_host, is_scanned_without_a_failure) {
     EXPECT_SUCCESS(scan_raid(&root));
     close_controllers();
     EXPECT_EQ(count_open_handles(), before);
-    for (const logged_line &line : host.log)
-        printf("%d %s\n", line.level, line.text.c_str());
     free_devtree(root.children);
     EXPECT_EQ(host.blocks, 0);
     config_in_force = nullptr;
