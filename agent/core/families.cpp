@@ -10,6 +10,9 @@
 #include "logcheck/log_rules.h"
 #include "logcheck/log_scan.h"
 #include "platform/fatal.h"
+#include "probes/hw/raid.h"
+#include "probes/hw/safte.h"
+#include "probes/hw/smart.h"
 #include "probes/os/disks.h"
 #include "probes/os/drives.h"
 #include "probes/os/interfaces.h"
@@ -28,7 +31,7 @@ static check_entry rows[] = {
     {"mem", scan_meminfo, check_mem, 0},
     {"system", scan_system, check_system, 0},
     {"proc", scan_processes, check_process, 0},
-    {"smart", nullptr, nullptr, 0},
+    {"smart", scan_smart_ide, check_smart, 0},
     {"ifthrough", scan_ifthroughput, check_ifthrough, 0},
     {"ifevents", nullptr, check_ifthrough, 0},
     {"custom", scan_custom, check_custom, 0},
@@ -36,9 +39,9 @@ static check_entry rows[] = {
     {"scm", scan_services, check_service, 0},
     {"perf", scan_perfcnts, check_perfcnt, 0},
     {"action", scan_action, check_action, 0},
-    {"safte", nullptr, nullptr, 0},
+    {"safte", scan_safte, check_safte, 0},
     {"ipmisens", nullptr, nullptr, 0},
-    {"csmiplus", nullptr, nullptr, 0},
+    {"csmiplus", scan_raid, check_raid, 0},
     {"block", scan_block_devices, check_block, 0},
     {},
 };

@@ -15,6 +15,10 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/kernel_ops.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -51,6 +55,12 @@ void use_host() {
     perf_counter_host = &perf_counter_ops_host;
     processes_host = &processes_ops_host;
     services_host = &services_ops_host;
+
+    // probes of the hardware
+    kernel_host = &kernel_ops_host;
+    raid_host = &raid_ops_host;
+    scsi_host = &scsi_ops_host;
+    smart_host = &smart_ops_host;
 
     // log checks
     log_scan_host = &log_scan_ops_host;

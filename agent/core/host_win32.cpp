@@ -16,6 +16,9 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
 #include "probes/os/memory_ops.h"
@@ -59,6 +62,11 @@ void use_host() {
     perf_counter_host = &perf_counter_ops_host;
     processes_host = &processes_ops_host;
     services_host = &services_ops_host;
+
+    // probes of the hardware
+    raid_host = &raid_ops_host;
+    scsi_host = &scsi_ops_host;
+    smart_host = &smart_ops_host;
 
     // log checks
     event_log_host = &event_log_ops_host;

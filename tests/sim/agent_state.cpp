@@ -17,6 +17,8 @@
 #include "platform/fatal.h"
 #include "platform/sockets.h"
 #include "platform/waits.h"
+#include "probes/hw/raid.h"
+#include "probes/hw/safte.h"
 #include "probes/os/counter_names.h"
 #include "probes/os/counter_sources.h"
 #include "probes/os/drives.h"
@@ -60,6 +62,8 @@ void forget_agent_state() {
     counter_names_reset();
     counter_sources_reset();
     drives_reset();
+    close_controllers();
+    safte_reset();
     memory_reset();
     log_conf_reset();
     custom_check_reset();

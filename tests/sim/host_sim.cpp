@@ -8,6 +8,9 @@
 #include "platform/crash.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -54,6 +57,11 @@ static void use_sim() {
     perf_counter_host = &sim_counters;
     processes_host = &sim_processes;
     services_host = &sim_service_manager;
+
+    // probes of the hardware
+    raid_host = &sim_raid;
+    scsi_host = &sim_scsi;
+    smart_host = &sim_smart;
 
     // log checks
     log_scan_host = &sim_log_scan;

@@ -13,6 +13,7 @@
 #include "core/signals.h"
 #include "sim/sim_calls.h"
 #include "sim/sim_disk.h"
+#include "sim/sim_hardware.h"
 #include "sim/sim_neighbours.h"
 #include "sim/sim_network.h"
 #include "sim/sim_probes.h"
@@ -53,6 +54,7 @@ struct host_sim {
     sim_probes probes;
     sim_running running;
     sim_programs programs;
+    sim_hardware hardware;
 
     // Time. The wall clock can be set, which moves no deadline.
     int64_t wall_offset = SIM_START;

@@ -19,7 +19,7 @@ struct scsi_adapter {
 namespace {
 
 constexpr char DEVICES[] = "/sys/class/scsi_device/";
-constexpr uint32_t LAST_BUS = 254;
+constexpr uint32_t LAST_BUS = 63; // each takes room in the table whether it has devices or not
 
 struct unit_list {
     uint32_t count;

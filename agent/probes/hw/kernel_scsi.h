@@ -5,8 +5,8 @@
 // the buses. A device counts as claimed when a driver is bound to it, which the generic one never is. A
 // command goes to the generic node of the device.
 //
-// What has no place in 8 bits (a channel, a target, a LUN) is left out. A table has room for some 170
-// devices; of a longer list only those are told that nothing claims.
+// A target or a LUN beyond 8 bits and a channel above 63 have no place in the table and are left out. It has
+// room for 120 devices and more; of a longer list only those are told that nothing claims.
 #pragma once
 
 #include "probes/hw/scsi_ops.h"
