@@ -8,6 +8,7 @@
 #include "logcheck/log_rules.h"
 #include "logcheck/log_scan.h"
 #include "platform/fatal.h"
+#include "probes/hw/ipmi_sensors.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "probes/os/perf_counter.h"
@@ -30,7 +31,7 @@ static check_entry rows[] = {
     {"perf", nullptr, check_perfcnt, 0},
     {"action", nullptr, nullptr, 0},
     {"safte", nullptr, nullptr, 0},
-    {"ipmisens", nullptr, nullptr, 0},
+    {"ipmisens", scan_ipmi_sensors, check_ipmi_sensor, 0},
     {"csmiplus", nullptr, nullptr, 0},
     {"block", nullptr, nullptr, 0},
     {},

@@ -14,6 +14,7 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -46,6 +47,9 @@ void use_host() {
     host_info_host = &host_info_ops_host;
     memory_host = &memory_ops_host;
     perf_counter_host = &perf_counter_ops_host;
+
+    // probes of the hardware
+    ipmi_channel_host = &ipmi_channel_ops_host;
 
     // log checks
     log_scan_host = &log_scan_ops_host;

@@ -15,6 +15,7 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
 #include "probes/os/memory_ops.h"
@@ -54,6 +55,9 @@ void use_host() {
     host_info_host = &host_info_ops_host;
     memory_host = &memory_ops_host;
     perf_counter_host = &perf_counter_ops_host;
+
+    // probes of the hardware
+    ipmi_channel_host = &ipmi_channel_ops_host;
 
     // log checks
     event_log_host = &event_log_ops_host;

@@ -15,6 +15,7 @@
 #include "platform/fatal.h"
 #include "platform/sockets.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_sensors.h"
 #include "probes/os/counter_names.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives.h"
@@ -58,6 +59,7 @@ void forget_agent_state() {
     counter_names_reset();
     provider_reset();
     drives_reset();
+    ipmi_sensors_reset();
     memory_reset();
     log_conf_reset();
 

@@ -8,6 +8,7 @@
 #include "platform/crash.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -50,6 +51,9 @@ static void use_sim() {
     host_info_host = &sim_host_info;
     memory_host = &sim_memory;
     perf_counter_host = &sim_counters;
+
+    // probes of the hardware
+    ipmi_channel_host = &sim_ipmi_channel;
 
     // log checks
     log_scan_host = &sim_log_scan;
