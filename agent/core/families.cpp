@@ -10,6 +10,7 @@
 #include "logcheck/log_rules.h"
 #include "logcheck/log_scan.h"
 #include "platform/fatal.h"
+#include "probes/hw/ipmi_sensors.h"
 #include "probes/hw/raid.h"
 #include "probes/hw/safte.h"
 #include "probes/hw/smart.h"
@@ -40,7 +41,7 @@ static check_entry rows[] = {
     {"perf", scan_perfcnts, check_perfcnt, 0},
     {"action", scan_action, check_action, 0},
     {"safte", scan_safte, check_safte, 0},
-    {"ipmisens", nullptr, nullptr, 0},
+    {"ipmisens", scan_ipmi_sensors, check_ipmi_sensor, 0},
     {"csmiplus", scan_raid, check_raid, 0},
     {"block", scan_block_devices, check_block, 0},
     {},

@@ -15,6 +15,7 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/hw/kernel_ops.h"
 #include "probes/hw/raid_ops.h"
 #include "probes/hw/scsi_ops.h"
@@ -57,6 +58,7 @@ void use_host() {
     services_host = &services_ops_host;
 
     // probes of the hardware
+    ipmi_channel_host = &ipmi_channel_ops_host;
     kernel_host = &kernel_ops_host;
     raid_host = &raid_ops_host;
     scsi_host = &scsi_ops_host;

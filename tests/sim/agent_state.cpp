@@ -17,6 +17,7 @@
 #include "platform/fatal.h"
 #include "platform/sockets.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_sensors.h"
 #include "probes/hw/raid.h"
 #include "probes/hw/safte.h"
 #include "probes/os/counter_names.h"
@@ -64,6 +65,7 @@ void forget_agent_state() {
     drives_reset();
     close_controllers();
     safte_reset();
+    ipmi_sensors_reset();
     memory_reset();
     log_conf_reset();
     custom_check_reset();

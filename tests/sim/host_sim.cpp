@@ -8,6 +8,7 @@
 #include "platform/crash.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/hw/raid_ops.h"
 #include "probes/hw/scsi_ops.h"
 #include "probes/hw/smart_ops.h"
@@ -59,6 +60,7 @@ static void use_sim() {
     services_host = &sim_service_manager;
 
     // probes of the hardware
+    ipmi_channel_host = &sim_ipmi_channel;
     raid_host = &sim_raid;
     scsi_host = &sim_scsi;
     smart_host = &sim_smart;

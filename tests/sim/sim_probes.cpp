@@ -1,5 +1,8 @@
 #include "sim/sim_probes.h"
 
+#include "platform/heap.h"
+#include "platform/text.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -192,6 +195,51 @@ const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source,
                                                  .page_size = sim_page_size,
                                                  .clock_rate = sim_clock_rate};
 
+// ---- the BMC: the service is there, and nothing behind it
+
+// Every object of it; nobody looks inside.
+static wmi_object *const sim_object = reinterpret_cast<wmi_object *>(&the_sim);
+
+static uint32_t sim_give(const char *name, wmi_object **out) {
+    if (sim_fails(name)) return WBEM_FAILED;
+    *out = sim_object;
+    return WBEM_OK;
+}
+
+static uint32_t sim_start_com() {
+    return sim_fails("CoInitialize") ? WBEM_FAILED : WBEM_OK;
+}
+
+static uint32_t sim_secure_com() {
+    return sim_fails("CoInitializeSecurity") ? WBEM_FAILED : WBEM_OK;
+}
+
+static void sim_stop_com() {
+    sim_note("CoUninitialize");
+}
+
+static uint32_t sim_locator(wmi_object **locator) {
+    return sim_give("CoCreateInstance", locator);
+}
+
+static wide_text *sim_wide_text(const char *text) {
+    return sim_fails("SysAllocString", text) ? nullptr : reinterpret_cast<wide_text *>(text_copy(text));
+}
+
+static void sim_free_wide_text(wide_text *text) {
+    heap_free(text);
+}
+
+static uint32_t sim_connect_wmi(wmi_object *, wide_text *, wmi_object **services) {
+    return sim_give("ConnectServer", services);
+}
+
+static uint32_t sim_no_class(wmi_object *, wide_text *, wmi_object **) {
+    return sim_fails("CreateInstanceEnum") ? WBEM_FAILED : WBEM_INVALID_PARAMETER;
+}
+
+static void sim_release(wmi_object *) {}
+
 const drives_ops sim_drives = {
     .drive_root = sim_drive_root,
     .GetDriveTypeA = sim_drive_type,
@@ -208,6 +256,18 @@ const host_info_ops sim_host_info = {
     .GetVersionExA = sim_version,
     .GetNetworkParams = sim_network_params,
     .GetAdaptersInfo = sim_adapters,
+};
+
+const ipmi_channel_ops sim_ipmi_channel = {
+    .CoInitialize = sim_start_com,
+    .CoUninitialize = sim_stop_com,
+    .CoInitializeSecurity = sim_secure_com,
+    .CoCreateInstance = sim_locator,
+    .SysAllocString = sim_wide_text,
+    .SysFreeString = sim_free_wide_text,
+    .ConnectServer = sim_connect_wmi,
+    .CreateInstanceEnum = sim_no_class,
+    .Release = sim_release,
 };
 
 const memory_ops sim_memory = {

@@ -91,7 +91,7 @@ int receive(ipmi_recv *out) {
     out->msgid = message.id;
     bool fits = message.data.size() <= out->msg.data_len;
     if (fits) out->msg.data_len = static_cast<unsigned short>(message.data.size());
-    memcpy(out->msg.data, message.data.data(), out->msg.data_len);
+    if (out->msg.data_len > 0) memcpy(out->msg.data, message.data.data(), out->msg.data_len);
     return fits ? 0 : refuse(EMSGSIZE);
 }
 
