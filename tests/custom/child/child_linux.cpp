@@ -57,7 +57,7 @@ static void write_signals() {
     for (int number = 1; number < 32; number++) {
         struct sigaction action = {};
         sigaction(number, nullptr, &action);
-        if (sigismember(&blocked, number) != 0 || action.sa_handler != SIG_DFL)
+        if (sigismember(&blocked, number) != 0 || action.sa_handler == SIG_IGN)
             list += " " + std::to_string(number);
     }
     printf("signals%s\n", list.c_str());
