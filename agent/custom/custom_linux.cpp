@@ -1,5 +1,6 @@
 #include "custom/custom_ops.h"
 #include "custom/program_keeper_linux.h"
+#include "custom/quick_event_linux.h"
 #include "platform/heap.h"
 #include "platform/threads.h"
 #include "platform/waits_linux.h"
@@ -16,6 +17,16 @@ struct output_pipe {
     int cancelled; // readable when no read of this end is to go on; -1 at a write end
 };
 
+namespace {
+
+// What is waited for here is such an event, or one of the host's threads.
+struct handover_event {
+    waitable head; // cleared: no thread
+    quick_event event;
+};
+
+} // namespace
+
 // ---- clock, events, thread
 
 static uint64_t system_time() {
@@ -24,17 +35,23 @@ static uint64_t system_time() {
     return static_cast<uint64_t>(now.tv_sec) * 10'000'000 + static_cast<uint64_t>(now.tv_nsec) / 100;
 }
 
+static quick_event *event_of(waitable *object) {
+    return &reinterpret_cast<handover_event *>(object)->event;
+}
+
 static waitable *create_event() {
-    return waits_ops_host.CreateEventA(false, false);
+    auto *event = heap_new<handover_event>();
+    errno = ENOMEM;
+    return event != nullptr ? &event->head : nullptr;
 }
 
 static bool set_event(waitable *event) {
-    waits_ops_host.SetEvent(event);
+    quick_event_set(event_of(event));
     return true;
 }
 
 static bool reset_event(waitable *event) {
-    waits_ops_host.ResetEvent(event);
+    quick_event_reset(event_of(event));
     return true;
 }
 
@@ -44,17 +61,27 @@ static waitable *create_thread(uint32_t (*body)(void *argument), void *argument)
     return thread;
 }
 
-static uint32_t wait_for(waitable *object, uint32_t milliseconds) {
-    int32_t answer;
-    do
-        answer = waits_ops_host.WaitForMultipleObjects(1, &object, milliseconds);
-    while (answer == WAIT_OBJECT_TIMEOUT && milliseconds == WAIT_WITHOUT_LIMIT);
+// Of a thread, or of what tells by its descriptor.
+static uint32_t wait_on_file(waitable *object, uint32_t milliseconds) {
+    int32_t answer = waits_ops_host.WaitForMultipleObjects(1, &object, milliseconds);
     if (answer == WAIT_OBJECT_TIMEOUT) return OBJECT_TIMEOUT;
     return answer == 0 ? OBJECT_SIGNALLED : OBJECT_FAILED;
 }
 
+static bool is_event(const waitable *object) {
+    return object->thread == nullptr;
+}
+
+static uint32_t wait_for(waitable *object, uint32_t milliseconds) {
+    if (!is_event(object)) return wait_on_file(object, milliseconds);
+    return quick_event_wait(event_of(object), milliseconds) ? OBJECT_SIGNALLED : OBJECT_TIMEOUT;
+}
+
 static void close_handle(waitable *object) {
-    waits_ops_host.CloseHandle(object);
+    if (is_event(object))
+        heap_free(object);
+    else
+        waits_ops_host.CloseHandle(object);
 }
 
 // ---- the pipe
@@ -135,7 +162,7 @@ static bool create_process(const char *, const char *const *words, output_pipe *
 
 static uint32_t wait_for_process(started_program *program, uint32_t milliseconds) {
     waitable end = {.file = end_of_program(program), .watched = -1, .consumed = false, .thread = nullptr};
-    return wait_for(&end, milliseconds);
+    return wait_on_file(&end, milliseconds);
 }
 
 static void terminate_process(started_program *program, uint32_t) {

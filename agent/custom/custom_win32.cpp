@@ -90,9 +90,9 @@ static bool open_ends(output_pipe *read_end, output_pipe *write_end) {
     if (!only.made()) return false;
     SECURITY_ATTRIBUTES heritable = *only.attributes();
     heritable.bInheritHandle = TRUE;
-    read_end->file =
-        CreateNamedPipeA(name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
-                         PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1, 0, PIPE_ROOM, 0, &heritable);
+    read_end->file = CreateNamedPipeA(
+        name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+        PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1, 0, PIPE_ROOM, 0, &heritable);
     if (read_end->file == INVALID_HANDLE_VALUE) return false;
     write_end->file = CreateFileA(name, GENERIC_WRITE, 0, &heritable, OPEN_EXISTING, 0, nullptr);
     return write_end->file != INVALID_HANDLE_VALUE;

@@ -27,7 +27,7 @@ namespace {
 enum report_kind : int32_t {
     PROGRAM_STARTED, // or not, with the error
     PROGRAM_ENDED,   // with its exit code
-    ALL_KILLED,
+    NOBODY_LEFT,
 };
 
 struct report {
@@ -120,7 +120,7 @@ static int32_t exit_code_in(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Collects all who have ended. False when nobody is left.
+// Collects all who have ended. False when nobody is left, whom nobody can become any more.
 static bool collect(pid_t program) {
     for (;;) {
         int status = 0;
@@ -166,14 +166,15 @@ static void kill_all(pid_t program, int signals) {
         poll(files, 2, -1);
         if (files[1].revents != 0) {
             wait_for_signal(signals, 0);
-            collect(program);
+            if (!collect(program)) break;
         }
         if (files[0].revents == 0) continue;
         char order = 0;
-        if (recv(KEEPER_CHANNEL, &order, 1, 0) <= 0) _exit(0); // the agent has gone
-        kill_all(program, signals);
-        tell(KEEPER_CHANNEL, ALL_KILLED, 0, program);
+        if (recv(KEEPER_CHANNEL, &order, 1, 0) > 0) kill_all(program, signals); // else the agent has gone
+        break;
     }
+    tell(KEEPER_CHANNEL, NOBODY_LEFT, 0, program);
+    _exit(0);
 }
 
 // All signals are blocked here and stay so: the agent's handlers are not to run in this process.
@@ -316,9 +317,9 @@ void kill_program_tree(started_program *program) {
     send(program->channel, &order, 1, MSG_NOSIGNAL);
     report said = {.kind = PROGRAM_STARTED};
     bool timed_out = false;
-    while (said.kind != ALL_KILLED)
+    while (said.kind != NOBODY_LEFT)
         if (!hear_within(program->channel, KILL_PATIENCE, &said, &timed_out)) break;
-    if (said.kind != ALL_KILLED) kill(-program->leader, SIGKILL);
+    if (said.kind != NOBODY_LEFT) kill(-program->leader, SIGKILL);
 }
 
 // The keeper has nothing to do but to be there, so it is told by what nothing keeps from it.

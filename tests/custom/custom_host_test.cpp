@@ -75,11 +75,9 @@ TEST_F(custom_host_programs, are_not_inherited_by_those_that_run_at_the_same_tim
     expect_dead(1);
 }
 
-// ---- a thousand of them
-
-TEST_F(custom_host_programs, leave_nothing_behind_a_hundred_of_them) {
+TEST_F(custom_host_programs, leave_nothing_behind_thirty_of_them) {
     int64_t blocks = host.blocks;
-    for (int i = 0; i < 100; i++)
+    for (int i = 0; i < 30; i++)
         ASSERT_EQ(run("line \"Result: 1\""), nullptr) << i;
     EXPECT_EQ(host.blocks, blocks);
 }
@@ -96,7 +94,7 @@ TEST_F(nasty_program, that_ignores_its_termination_is_killed) {
 TEST_F(nasty_program, that_closes_its_output_and_goes_on_is_killed) {
     check.timeout = 1;
     EXPECT_FAILURE(run("line \"Result: 1\" mark " + mark() + " close sleep"), "Timeout (1 s)");
-    EXPECT_EQ(host.count_logged("Sleep timed out"), 0);
+    EXPECT_EQ(host.count_logged("Sleep timed out"), keeps_closed_output() ? 1 : 0);
     expect_dead(1);
 }
 

@@ -8,3 +8,5 @@ void end_process(int number);
 // Of this process. Those that have ended and are not collected count.
 int count_threads();
 int count_children();
+// Whether a program's output stays open behind its own close: Wine has a second hold of it until the end.
+bool keeps_closed_output();

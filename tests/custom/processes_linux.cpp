@@ -38,3 +38,7 @@ int count_children() {
     }
     return count;
 }
+
+bool keeps_closed_output() {
+    return false;
+}

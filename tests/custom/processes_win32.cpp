@@ -34,3 +34,7 @@ int count_threads() {
 int count_children() {
     return 0;
 }
+
+bool keeps_closed_output() {
+    return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
+}

@@ -40,13 +40,13 @@ static void yield() {
 
 static int64_t end_of(const sim_run *run) {
     int64_t end = run->program.ends_at_ms == NEVER ? NEVER : run->started_ms + run->program.ends_at_ms;
-    return run->killed_ms != 0 ? std::min(end, run->killed_ms) : end;
+    return std::min(end, run->killed_ms);
 }
 
 static int64_t close_of(const sim_run *run) {
     if (run->program.closes_at_ms == WITH_ITS_END) return end_of(run);
     int64_t close = run->program.closes_at_ms == NEVER ? NEVER : run->started_ms + run->program.closes_at_ms;
-    return run->killed_ms != 0 ? std::min(close, run->killed_ms) : close;
+    return std::min(close, run->killed_ms);
 }
 
 static std::string written(const sim_run *run) {

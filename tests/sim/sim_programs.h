@@ -27,8 +27,8 @@ struct sim_run {
     std::string command;
     sim_program program;
     int64_t started_ms;
-    bool watched;          // a custom check's; an action's is not
-    int64_t killed_ms = 0; // 0 while nobody has killed it
+    bool watched;                  // a custom check's; an action's is not
+    int64_t killed_ms = INT64_MAX; // when somebody killed it
 };
 
 struct sim_programs {

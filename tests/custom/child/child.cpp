@@ -88,6 +88,8 @@ void run_words(const child_words &words) {
             close_output();
         } else if (word == "sleep") {
             wait_seconds(3600);
+        } else if (word == "moment") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
         } else if (word == "exit") {
             exit(std::stoi(next()));
         } else if (!host_word(word, &at, words)) {

@@ -9,6 +9,7 @@
 //     ignore           ignores what asks it to end
 //     close            closes its output
 //     sleep            does nothing for an hour
+//     moment           does nothing for a moment
 //     exit N           ends with this exit code, as it does behind its last word with 0
 //
 // Others are the host's.

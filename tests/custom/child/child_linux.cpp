@@ -1,6 +1,6 @@
 //     descriptors      writes a line with the numbers that are open
 //     session          writes whether it leads a session and a group of its own
-//     signals          writes which signals are blocked and which are ignored
+//     signals          writes which signals are blocked or ignored
 //     input            writes how many bytes come from its standard input
 //     core             writes the soft limit on cores
 //     raise N          sends itself a signal
@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -52,9 +51,16 @@ static void write_descriptors() {
 }
 
 static void write_signals() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("SigBlk") || line.starts_with("SigIgn")) printf("%s\n", line.c_str());
+    sigset_t blocked;
+    sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    std::string list;
+    for (int number = 1; number < 32; number++) {
+        struct sigaction action = {};
+        sigaction(number, nullptr, &action);
+        if (sigismember(&blocked, number) != 0 || action.sa_handler == SIG_IGN)
+            list += " " + std::to_string(number);
+    }
+    printf("signals%s\n", list.c_str());
 }
 
 static void write_input() {

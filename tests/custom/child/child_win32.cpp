@@ -29,6 +29,9 @@ void start_copy(const child_words &words, bool own_session) {
         line += " \"" + word + "\"";
     STARTUPINFOA start = {};
     start.cb = sizeof start;
+    start.dwFlags = STARTF_USESTDHANDLES;
+    start.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
+    start.hStdError = GetStdHandle(STD_ERROR_HANDLE);
     PROCESS_INFORMATION process = {};
     DWORD flags = own_session ? DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP : 0;
     if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr, &start,
