@@ -1,4 +1,4 @@
-// Tells the simulated BMC what its sensors read: set_sensor NUMBER READING STATES, each a number.
+// Tells the simulated BMC what its sensors read: set_sensor NUMBER READING.
 //
 // Set Sensor Reading, network function 4, command 0x30 (IPMI 2.0, 35.17).
 #include <cerrno>
@@ -43,18 +43,15 @@ int receive(int device) {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 4) return 2;
+    if (argc != 3) return 2;
     auto number = static_cast<unsigned char>(strtol(argv[1], nullptr, 0));
     auto reading = static_cast<unsigned char>(strtol(argv[2], nullptr, 0));
-    auto states = static_cast<unsigned>(strtol(argv[3], nullptr, 0));
     int device = open("/dev/ipmi0", O_RDWR | O_CLOEXEC);
     if (device < 0) {
         fprintf(stderr, "set_sensor: /dev/ipmi0: %s\n", strerror(errno));
         return 1;
     }
-    // The reading and the asserted states are written, all else stays.
-    unsigned char data[] = {number, 0x11, reading, static_cast<unsigned char>(states),
-                            static_cast<unsigned char>(states >> 8)};
+    unsigned char data[] = {number, 0x01, reading}; // nothing but the reading
     int code = send(device, data, sizeof data) ? receive(device) : -1;
     if (code != 0) fprintf(stderr, "set_sensor: %s gives %d\n", argv[1], code);
     close(device);
