@@ -11,9 +11,8 @@ TEST_F(quiet_life, begins_with_a_registration_and_a_checkin_that_shows_the_devic
     EXPECT_TRUE(server.requests[0].descriptions.empty());
     EXPECT_EQ(wire::device_paths(server.tree()),
               (std::vector<std::string>{"fs//home", "fs//", "mem/virt", "mem/swap", "mem/phys",
-                                        "system/uptime", "system/cswitch", "system/idle",
-                                        "proc/mail server", "proc/worker", "proc/worker", "proc/init",
-                                        "scm/print", "scm/mail"}));
+                                        "system/uptime", "system/cswitch", "system/idle", "proc/mail server",
+                                        "proc/worker", "proc/worker", "proc/init", "scm/print", "scm/mail"}));
     EXPECT_EQ(server.requests[1].descriptions.size(), 30U);
 }
 
