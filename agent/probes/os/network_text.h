@@ -29,8 +29,8 @@ uint32_t finish_records(const record_buffer &buffer, uint32_t *out_size);
 void append_address(record_buffer *buffer, address_entry **list, const char *address, const char *mask);
 
 // The domain and the name servers of /etc/resolv.conf: the last "domain" or the first name of the last
-// "search", where that is not the root "." of all of them, and those servers that have a dotted address, since
-// longer ones would be cut.
+// "search", where that is not the root "." of all of them, and those servers that have a dotted address,
+// since longer ones would be cut.
 void parse_resolver(const char *text, char *domain, size_t domain_size, record_buffer *buffer,
                     address_entry **servers);
 

@@ -1,8 +1,8 @@
 // The processes of Linux, by their folders in /proc.
 //
-// A snapshot is the list of their ids, 32 bits each, with 0 behind the last one. Names are read on the walk,
-// one process at a time: a check that finds its process early reads no further, and a process that has gone
-// meanwhile is passed over.
+// A snapshot is the list of their ids, 32 bits each, with 0 behind the last one unless it is full. Names are
+// read on the walk, one process at a time: a check that finds its process early reads no further, and a
+// process that has gone meanwhile is passed over.
 #pragma once
 
 #include "probes/os/processes_ops.h"

@@ -68,7 +68,7 @@ static bool is_there(const char *) {
 
 static int32_t take_snapshot(uint32_t, uint8_t *buffer, uint32_t size) {
     auto *ids = reinterpret_cast<uint32_t *>(buffer);
-    size_t room = size / sizeof *ids - 1;
+    size_t room = size / sizeof *ids;
     int64_t count = list_ids(ids, room);
     if (count < 0) return SNAPSHOT_FAILED;
     return static_cast<size_t>(count) <= room ? 0 : STATUS_INFO_LENGTH_MISMATCH;
