@@ -259,7 +259,7 @@ TEST_F(scan_safte_test, offers_nothing_where_there_is_nothing) {
 TEST_F(scan_safte_test, never_fails_for_lack_of_memory) {
     scripted_enclosure enclosure(2, 1, 0, 0);
     script.add(0).units = {enclosure.unit(0, 6)};
-    for (uint32_t n : {1, 2, 3, 4, 5, 6, 7, 8, 15, 16, 17, 21, 22, 23}) {
+    for (uint32_t n : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 15U, 16U, 17U, 21U, 22U, 23U}) {
         host.fail_allocation = n;
         EXPECT_SUCCESS(scan_safte(&root));
         EXPECT_EQ(host.fail_allocation, 0U) << n;
