@@ -193,6 +193,17 @@ TEST_F(scan_safte_test, sends_two_commands_to_an_enclosure_and_one_to_others) {
     EXPECT_TRUE(host.sleeps.empty());
 }
 
+TEST_F(scan_safte_test, of_four_enclosures_asks_for_no_more_than_it_names) {
+    std::vector<scripted_enclosure> enclosed(4, scripted_enclosure(24, 2, 2, 2));
+    for (uint8_t i = 0; i < 4; i++)
+        script.add(0).units.push_back(enclosed[i].unit(0, i));
+    EXPECT_SUCCESS(scan_safte(&root));
+    EXPECT_EQ(script.opened.size(), 2U + 4);
+    EXPECT_EQ(script.queries, 1);
+    EXPECT_EQ(script.requests.size(), 4U * 2);
+    EXPECT_EQ(enclosures().size(), 4U);
+}
+
 TEST_F(scan_safte_test, dumps_the_inquiry) {
     scripted_enclosure enclosure(0, 0, 0, 0);
     enclosure.inquiry.replace(8, 8, "AB \x7F~\x80\x1F!");
