@@ -33,7 +33,7 @@ struct fuzzed_enclosure {
     scripted_enclosure enclosure{0, 0, 0, 0};
 
     explicit fuzzed_enclosure(fuzz_input *input) {
-        for (size_t i : {0, 1, 2, 4, 6})
+        for (size_t i : {0U, 1U, 2U, 4U, 6U})
             enclosure.config[i] = static_cast<char>(input->take_byte());
         std::string rest = input->take_rest();
         size_t half = rest.size() / 2;

@@ -82,21 +82,27 @@ static const char *read_slots(scsi_dev *device, const safte_config &config, saft
 
 // ---- the parts of an enclosure
 
-static const char *give(const safte_value &value, const char *unknown, uint8_t status, resnode *result) {
-    if (value.comment == nullptr) return format_error("Unknown safte %s status: %d", unknown, status);
+static void give(const safte_value &value, resnode *result) {
     result->value = value.value;
     result->comment = text_copy(value.comment);
-    return nullptr;
 }
 
 static const char *read_fan(const safte_config &, const safte_status &status, uint32_t number,
                             resnode *result) {
-    return give(safte_fan_value(status.fans[number]), "fan", status.fans[number], result);
+    uint8_t byte = status.fans[number];
+    safte_value value = safte_fan_value(byte);
+    if (value.comment == nullptr) return format_error("Unknown safte fan status: %d", byte);
+    give(value, result);
+    return nullptr;
 }
 
 static const char *read_psu(const safte_config &, const safte_status &status, uint32_t number,
                             resnode *result) {
-    return give(safte_psu_value(status.psus[number]), "PSU", status.psus[number], result);
+    uint8_t byte = status.psus[number];
+    safte_value value = safte_psu_value(byte);
+    if (value.comment == nullptr) return format_error("Unknown safte PSU status: %d", byte);
+    give(value, result);
+    return nullptr;
 }
 
 static const char *read_temp(const safte_config &config, const safte_status &status, uint32_t number,
@@ -281,9 +287,7 @@ static const char *check_slot(scsi_dev *device, const safte_kind &kind, const sa
     if (auto *failure = read_slots(device, config, &status)) return failure;
     if (number > config.slots) return kind.out_of_range;
     bool trusted = activation_is_trusted(device, config, status);
-    safte_value value = safte_slot_value(status.slots[number], trusted);
-    result->value = value.value;
-    result->comment = text_copy(value.comment);
+    give(safte_slot_value(status.slots[number], trusted), result);
     return nullptr;
 }
 

@@ -22,8 +22,8 @@ constexpr int64_t RETRY_DELAY_S = 1;
 
 } // namespace
 
-static void print_port_path(uint32_t port, char path[PORT_PATH_SIZE]) {
-    snprintf(path, PORT_PATH_SIZE, "\\\\.\\scsi%u:", port);
+static void print_port_path(uint8_t port, char path[PORT_PATH_SIZE]) {
+    snprintf(path, PORT_PATH_SIZE, "\\\\.\\scsi%d:", port);
 }
 
 // ---- the walk
@@ -39,7 +39,6 @@ static uint32_t first_offset(const scsi_scan *scan) {
 
 static const char *query_port(scsi_scan *scan, const char *path) {
     uint32_t returned = 0;
-    memset(scan->inquiry, 0, sizeof scan->inquiry);
     memset(scan->seen, 0, sizeof scan->seen);
     if (!scsi_host->DeviceIoControl(scan->handle, IOCTL_SCSI_GET_INQUIRY_DATA_CODE, nullptr, 0, scan->inquiry,
                                     sizeof scan->inquiry, &returned))
@@ -76,9 +75,9 @@ static void enter_port(scsi_scan *scan) {
 
 // On to the first entry of the next bus, which may have none.
 static void next_bus(scsi_scan *scan) {
-    uint32_t buses = decode_bus_count(scan->inquiry);
-    agent_log(LOG_TRACE, "No more targets on bus %d of %u", scan->bus, buses);
-    if (scan->bus + 1U < buses) {
+    uint8_t buses = decode_bus_count(scan->inquiry, scan->inquiry_size);
+    agent_log(LOG_TRACE, "No more targets on bus %d of %d", scan->bus, buses);
+    if (scan->bus + 1 < buses) {
         scan->bus++;
         scan->offset = first_offset(scan);
         return;

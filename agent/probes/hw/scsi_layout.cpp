@@ -25,12 +25,12 @@ enum pass_through_field : uint32_t {
 
 // ---- the table of an adapter's devices
 
-uint8_t decode_bus_count(const uint8_t *table) {
-    return table[0];
+uint8_t decode_bus_count(const uint8_t *table, uint32_t size) {
+    return size > 0 ? table[0] : uint8_t{0};
 }
 
 scsi_bus_entry decode_bus(const uint8_t *table, uint32_t size, uint32_t index) {
-    if (index >= table[0] || index >= MAX_BUSES) return {};
+    if (index >= decode_bus_count(table, size)) return {};
     uint32_t offset = BUS_TABLE_OFFSET + index * BUS_ENTRY_SIZE;
     if (offset + BUS_ENTRY_SIZE > size) return {};
     return {.first_offset = little_32(table + offset + BUS_ENTRY_FIRST_OFFSET)};
@@ -66,15 +66,16 @@ uint32_t encode_inquiry_table(const scsi_unit *units, uint32_t count, uint8_t *t
     table[0] = static_cast<uint8_t>(bus_count_of(units, count));
     uint32_t offset = BUS_TABLE_OFFSET + table[0] * BUS_ENTRY_SIZE;
     uint32_t written = 0;
-    uint8_t *link = nullptr; // where the offset of the next unit of the same bus goes
     for (; written < count; written++) {
         const scsi_unit &unit = units[written];
         if (unit.bus >= MAX_BUSES || offset + DEVICE_ENTRY_SIZE > INQUIRY_TABLE_SIZE) break;
         uint8_t *bus = table + BUS_TABLE_OFFSET + unit.bus * BUS_ENTRY_SIZE;
-        if (bus[0]++ == 0) link = bus + BUS_ENTRY_FIRST_OFFSET;
-        put_little_32(link, offset);
-        put_unit(unit, table + offset);
-        link = table + offset + DEVICE_ENTRY_NEXT_OFFSET;
+        uint8_t *entry = table + offset;
+        bool first = bus[0]++ == 0;
+        put_little_32(first ? bus + BUS_ENTRY_FIRST_OFFSET
+                            : entry - DEVICE_ENTRY_SIZE + DEVICE_ENTRY_NEXT_OFFSET,
+                      offset);
+        put_unit(unit, entry);
         offset += DEVICE_ENTRY_SIZE;
     }
     return written;

@@ -53,8 +53,9 @@ struct scsi_device_entry {
     uint32_t next_offset; // 0 for none
 };
 
-uint8_t decode_bus_count(const uint8_t *table);
-// Bus `index` of a table of `size` bytes; without entries where it is not in the table.
+// Of a table of `size` bytes, 0 where nothing has come.
+uint8_t decode_bus_count(const uint8_t *table, uint32_t size);
+// Bus `index`; without entries where it is not in the table.
 scsi_bus_entry decode_bus(const uint8_t *table, uint32_t size, uint32_t index);
 // The entry at `offset`. False where it does not lie within the `size` bytes.
 bool decode_device(const uint8_t *table, uint32_t size, uint32_t offset, scsi_device_entry *out);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t TYPE_DRIVE_STATUS = 5;
 constexpr uint32_t DESCRIPTION_DRIVE = 10;
-constexpr char DEVICE_PREFIX[] = "\\\\.\\";
+constexpr size_t DEVICE_PREFIX = 4; // characters ahead of a device's name in its path
 constexpr size_t NUMBERED_PATH_SIZE = 32;
 
 struct smart_command {
@@ -129,7 +129,7 @@ static bool is_capable(smart_drive *drive, const char *path) {
 // False where there is no such drive.
 static bool scan_drive(int number, devnode **list) {
     char path[NUMBERED_PATH_SIZE];
-    snprintf(path, sizeof path, "%sPhysicalDrive%i", DEVICE_PREFIX, number);
+    snprintf(path, sizeof path, "\\\\.\\PhysicalDrive%i", number);
     agent_log(LOG_DETAIL, "Will look at device \"%s\"", path);
     smart_drive *drive = smart_host->CreateFileA(path, GENERIC_ALL_ACCESS);
     if (drive == nullptr) return false;
@@ -137,7 +137,7 @@ static bool scan_drive(int number, devnode **list) {
     smart_host->CloseHandle(drive);
     if (!capable) return true;
     agent_log(LOG_DETAIL, "%s is smart-capable", path);
-    put_in_front(list, new_drive(path + sizeof DEVICE_PREFIX - 1));
+    put_in_front(list, new_drive(path + DEVICE_PREFIX));
     return true;
 }
 
@@ -198,8 +198,8 @@ const char *check_smart(devnode *device, resnode *result) {
         result->comment = text_copy("SMART disabled on agent");
         return nullptr;
     }
-    char path[sizeof DEVICE_PREFIX + NAME_LIMIT];
-    snprintf(path, sizeof path, "%s%s", DEVICE_PREFIX, device->id);
+    char path[DEVICE_PREFIX + NAME_LIMIT + 1];
+    snprintf(path, sizeof path, "\\\\.\\%s", device->id);
     smart_drive *drive = smart_host->CreateFileA(path, GENERIC_ALL_ACCESS);
     if (drive == nullptr) return format_error("Cannot open device %s: %s", device->id, last_error_text());
     smart_verdict verdict = DRIVE_OK;

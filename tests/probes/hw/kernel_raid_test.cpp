@@ -69,6 +69,7 @@ struct kernel_raid_test : testing::Test {
     }
 
     std::string check() {
+        if (root.children == nullptr) return "nothing is offered";
         devnode *device = root.children->children->children->children->devices;
         resnode result = {};
         std::string failure = noted_failure(check_raid(device, &result));

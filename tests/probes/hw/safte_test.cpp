@@ -193,6 +193,17 @@ TEST_F(scan_safte_test, sends_two_commands_to_an_enclosure_and_one_to_others) {
     EXPECT_TRUE(host.sleeps.empty());
 }
 
+TEST_F(scan_safte_test, of_four_enclosures_asks_for_no_more_than_it_names) {
+    std::vector<scripted_enclosure> enclosed(4, scripted_enclosure(24, 2, 2, 2));
+    for (uint8_t i = 0; i < 4; i++)
+        script.add(0).units.push_back(enclosed[i].unit(0, i));
+    EXPECT_SUCCESS(scan_safte(&root));
+    EXPECT_EQ(script.opened.size(), 2U + 4);
+    EXPECT_EQ(script.queries, 1);
+    EXPECT_EQ(script.requests.size(), 4U * 2);
+    EXPECT_EQ(enclosures().size(), 4U);
+}
+
 TEST_F(scan_safte_test, dumps_the_inquiry) {
     scripted_enclosure enclosure(0, 0, 0, 0);
     enclosure.inquiry.replace(8, 8, "AB \x7F~\x80\x1F!");
@@ -254,26 +265,23 @@ TEST_F(scan_safte_test, offers_nothing_where_there_is_nothing) {
     EXPECT_EQ(root.children, nullptr);
 }
 
+// The walk, the open device, the groups of the family and the enclosure, those of the slots and the fan. What
+// lies between are devices, for which there must be memory.
 TEST_F(scan_safte_test, never_fails_for_lack_of_memory) {
-    scripted_enclosure enclosure(2, 1, 1, 1);
+    scripted_enclosure enclosure(2, 1, 0, 0);
     script.add(0).units = {enclosure.unit(0, 6)};
-    bool ended = false;
-    for (uint32_t n = 1; !ended; n++) {
+    for (uint32_t n : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 15U, 16U, 17U, 21U, 22U, 23U}) {
         host.fail_allocation = n;
-        try {
-            EXPECT_SUCCESS(scan_safte(&root));
-        } catch (const process_ended &) { // a device of the tree must be had
-            script.open_ports = 0;
-        }
-        ended = host.fail_allocation != 0; // nobody asked for so many
-        host.fail_allocation = 0;
+        EXPECT_SUCCESS(scan_safte(&root));
+        EXPECT_EQ(host.fail_allocation, 0U) << n;
+        const char *reason =
+            n == 2 ? "Out of memory in open_scsi_dev" : "Couldn't allocate devtree_child mem";
+        std::string line = std::string("Error probing scsi0:00:06:00 for SAFTE: ") + reason;
+        EXPECT_EQ(host.logged(n == 2 ? 0 : 2, line), n > 1) << n;
+        host.log.clear();
         free_devtree(root.children);
         root.children = nullptr;
-        host.blocks = 0; // what a process that has ended held
     }
-    EXPECT_TRUE(
-        host.logged(2, "Error probing scsi0:00:06:00 for SAFTE: Couldn't allocate devtree_child mem"));
-    EXPECT_TRUE(host.logged(0, "Error probing scsi0:00:06:00 for SAFTE: Out of memory in open_scsi_dev"));
 }
 
 // ---- check: the way to the device

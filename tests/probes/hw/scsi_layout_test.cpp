@@ -32,7 +32,7 @@ TEST(inquiry_table, is_laid_out_as_the_platform_has_it) {
 
 TEST(inquiry_table, reads_back) {
     std::string table = encoded({{0, 1, 0, true}, {2, 6, 3, false}}, 2);
-    EXPECT_EQ(decode_bus_count(data_of(table)), 3);
+    EXPECT_EQ(decode_bus_count(data_of(table), INQUIRY_TABLE_SIZE), 3);
     EXPECT_EQ(decode_bus(data_of(table), INQUIRY_TABLE_SIZE, 1).first_offset, 0U);
     uint32_t offset = decode_bus(data_of(table), INQUIRY_TABLE_SIZE, 2).first_offset;
     scsi_device_entry entry;
@@ -42,6 +42,13 @@ TEST(inquiry_table, reads_back) {
     EXPECT_EQ(entry.lun, 3);
     EXPECT_FALSE(entry.claimed);
     EXPECT_EQ(entry.next_offset, 0U);
+}
+
+TEST(inquiry_table, that_has_not_come_has_no_buses) {
+    const uint8_t bytes[] = {3};
+    EXPECT_EQ(decode_bus_count(bytes, 1), 3);
+    EXPECT_EQ(decode_bus_count(bytes, 0), 0);
+    EXPECT_EQ(decode_bus(bytes, 1, 0).first_offset, 0U);
 }
 
 TEST(inquiry_table, of_no_units_has_no_buses) {

@@ -90,6 +90,7 @@ TEST_F(scsi_walk, names_what_no_class_driver_has_claimed) {
     EXPECT_TRUE(host.logged(-1, "Not claimed by a class driver"));
     EXPECT_TRUE(host.logged(-1, "Device is already claimed by a class driver"));
     EXPECT_TRUE(host.logged(-1, "No more targets on bus 0 of 1"));
+    EXPECT_EQ(host.count_logged("No more targets"), 1);
     EXPECT_TRUE(host.logged(-1, "No more busses"));
     EXPECT_TRUE(host.logged(-1, "Opening device \\\\.\\scsi1:"));
 }
@@ -104,6 +105,7 @@ TEST_F(scsi_walk, goes_through_buses_with_and_without_devices) {
     EXPECT_EQ(walk(), (names{"scsi0:01:04:00", "scsi0:03:05:00"}));
     EXPECT_TRUE(host.logged(-1, "No more targets on bus 0 of 4"));
     EXPECT_TRUE(host.logged(-1, "No more targets on bus 2 of 4"));
+    EXPECT_EQ(host.count_logged("No more targets"), 4);
 }
 
 TEST_F(scsi_walk, goes_through_ports_up_to_the_first_missing_one) {
@@ -218,9 +220,11 @@ TEST_F(scsi_walk, does_not_look_behind_what_has_come) {
 }
 
 TEST_F(scsi_walk, forgets_the_table_of_the_port_before) {
-    script.add(0).units = {unit(0, 1)};
+    script.add(0).units = {unit(2, 1)};
     script.add(1).table = std::string("\1", 1); // a bus, and not where it starts
-    EXPECT_EQ(walk(), names{"scsi0:00:01:00"});
+    script.add(2).table = std::string();        // nothing at all
+    EXPECT_EQ(walk(), names{"scsi0:02:01:00"});
+    EXPECT_EQ(host.count_logged("No more targets"), 3 + 1 + 1);
 }
 
 TEST_F(scsi_walk, says_once_that_tables_are_broken_and_goes_on) {

@@ -3,11 +3,13 @@
 #include "fakes/hex.h"
 
 #include <gtest/gtest.h>
+#include <vector>
 
+// In bytes that are exactly as many, so that a sanitizer sees a look behind them.
 static sense_facts decode(const std::string &sense) {
     sense_facts found;
-    decode_sense(reinterpret_cast<const uint8_t *>(sense.data()), static_cast<uint32_t>(sense.size()),
-                 &found);
+    std::vector<uint8_t> exact(sense.begin(), sense.end());
+    decode_sense(exact.data(), static_cast<uint32_t>(exact.size()), &found);
     return found;
 }
 

@@ -1,22 +1,22 @@
 #include "sim/scenario.h"
 
+static std::vector<wire::group> hardware_checks() {
+    return {
+        {"smart", {wire::bitmap("PhysicalDrive0", 60, {0, 1, 2})}},
+        {"safte",
+         {},
+         {{"scsi0:00:06:00",
+           {},
+           {{"slot", {wire::bitmap("0", 60, {0, 1, 1, 2})}}, {"fan", {wire::bitmap("0", 60, {0, 2, 1})}}}}}},
+        {"csmiplus",
+         {},
+         {{"cntrl:0", {}, {{"logical", {}, {{"lv:0", {wire::bitmap("cciss:status", 60, {0, 2})}}}}}}}}};
+}
+
 // An agent on a host with a drive, an enclosure and a RAID controller.
 struct hardware : scenario {
     hardware() { sim.hardware.present = true; }
-
-    void begin_all() {
-        begin(
-            {{"smart", {wire::bitmap("PhysicalDrive0", 60, {0, 1, 2})}},
-             {"safte",
-              {},
-              {{"scsi0:00:06:00",
-                {},
-                {{"slot", {wire::bitmap("0", 60, {0, 1, 1, 2})}},
-                 {"fan", {wire::bitmap("0", 60, {0, 2, 1})}}}}}},
-             {"csmiplus",
-              {},
-              {{"cntrl:0", {}, {{"logical", {}, {{"lv:0", {wire::bitmap("cciss:status", 60, {0, 2})}}}}}}}}});
-    }
+    void begin_all() { begin(hardware_checks()); }
 };
 
 TEST_F(hardware, is_offered) {
@@ -68,4 +68,52 @@ TEST_F(hardware, is_not_touched_where_smart_is_disabled) {
     ASSERT_TRUE(checkins(2));
     EXPECT_EQ(server.results("smart/PhysicalDrive0").back().comment, "SMART disabled on agent");
     EXPECT_EQ(sim.count_logged("Will look at device"), 0);
+}
+
+// One life of such an agent, in which the call of this number fails.
+struct hardware_run {
+    scripted_server server;
+    host_sim sim;
+
+    explicit hardware_run(uint64_t fail_at) {
+        sim.add_server(server);
+        sim.hardware.present = true;
+        sim.calls.fail_at = fail_at;
+        sim.calls.tracing = fail_at == 0;
+        server.checks = hardware_checks();
+        sim.start_agent();
+    }
+
+    bool live() {
+        return sim.run_until([&] { return server.acknowledged >= 4; }, HOUR) && sim.agent_runs();
+    }
+};
+
+static std::vector<uint64_t> calls_to_devices() {
+    hardware_run quiet(0);
+    EXPECT_TRUE(quiet.live());
+    std::vector<uint64_t> calls;
+    for (const std::string &line : quiet.sim.calls.trace) {
+        size_t number = line.find('#');
+        bool device = line.find(" CreateFileA ") != std::string::npos ||
+                      line.find(" DeviceIoControl ") != std::string::npos;
+        if (number != std::string::npos && device) calls.push_back(std::stoull(line.substr(number + 1)));
+    }
+    EXPECT_TRUE(quiet.sim.stop_agent());
+    return calls;
+}
+
+// Whichever call to a device fails, once: checks go on, nothing stays open but the controller, and nothing is
+// lost.
+TEST(hardware_failure, of_any_call_is_survived) {
+    std::vector<uint64_t> calls = calls_to_devices();
+    ASSERT_GT(calls.size(), 100U);
+    for (size_t i = 0; i < calls.size(); i++) {
+        hardware_run run(calls[i]);
+        ASSERT_TRUE(run.live()) << calls[i];
+        EXPECT_LE(run.sim.hardware.open_devices, 1) << run.sim.calls.failed_about;
+        EXPECT_TRUE(run.sim.stop_agent());
+        EXPECT_EQ(run.sim.exit_status, 0);
+        EXPECT_EQ(run.sim.blocks_at_end, 0U) << run.sim.calls.failed_about;
+    }
 }
