@@ -88,10 +88,49 @@ static std::string stat_text() {
     char text[256];
     snprintf(text, sizeof text,
              "cpu  %lld 0 0 %lld 0 0 0 0 0 0\ncpu0 %lld 0 0 %lld 0 0 0 0 0 0\nctxt %lld\nprocesses "
-             "100\nprocs_running 1\n",
+             "100\nprocs_running 1\nintr 1000\n",
              ticks - idle, idle, ticks - idle, idle, ticks * 5);
     return text;
 }
+
+// 1000 bytes and 10 packets a second each way; a disk that reads 8 times a second.
+static std::string interface_text() {
+    long long s = the_sim->scheduler.now_ms / 1000;
+    char text[256];
+    snprintf(text, sizeof text, "eth0: %lld %lld 0 0 0 0 0 0 %lld %lld 0 0 0 0 0 0\n", s * 1000, s * 10,
+             s * 1000, s * 10);
+    return text;
+}
+
+static std::string disk_text() {
+    long long s = the_sim->scheduler.now_ms / 1000;
+    char text[256];
+    snprintf(text, sizeof text, "8 0 sda %lld 0 %lld %lld 0 0 0 0 0 %lld %lld\n", s * 8, s * 64, s * 100,
+             s * 100, s * 100);
+    return text;
+}
+
+static constexpr const char *PROTOCOL_TEXT =
+    "Ip: InReceives InHdrErrors InAddrErrors ForwDatagrams InUnknownProtos InDiscards InDelivers OutRequests "
+    "OutDiscards OutNoRoutes ReasmReqds ReasmOKs ReasmFails FragOKs FragFails FragCreates\n"
+    "Ip: 1 0 0 0 0 0 1 1 0 0 0 0 0 0 0 0\n"
+    "Tcp: ActiveOpens PassiveOpens AttemptFails EstabResets CurrEstab InSegs OutSegs RetransSegs\n"
+    "Tcp: 1 1 0 0 2 1 1 0\n"
+    "Udp: InDatagrams NoPorts InErrors OutDatagrams\n"
+    "Udp: 1 0 0 1\n";
+
+// Paths and what they hold, beside those that change with the time.
+static const std::map<std::string, std::string> still_texts = {
+    {"/proc/", "1\n"},
+    {"/proc/1/stat", "1 (init) S 0 1 1 0 -1 0 9 0 0 0 1 1 0 0 20 0 1 0 1 4096 1\n"},
+    {"/proc/interrupts", "      CPU0\n  0:  1000 timer\n"},
+    {"/proc/loadavg", "0.00 0.00 0.00 1/100 1\n"},
+    {"/proc/meminfo", "MemTotal: 8388608 kB\nMemAvailable: 2097152 kB\nCommitLimit: 8388608 kB\n"},
+    {"/proc/net/snmp", PROTOCOL_TEXT},
+    {"/proc/swaps", "Filename Type Size Used Priority\n"},
+    {"/proc/vmstat", "pgfault 1000\n"},
+    {"/sys/class/net/eth0/speed", "1000\n"},
+};
 
 static int64_t sim_read_source(const char *path, char *buffer, size_t size) {
     if (sim_fails("read_source", path)) return -1;
@@ -100,6 +139,12 @@ static int64_t sim_read_source(const char *path, char *buffer, size_t size) {
         text = stat_text();
     else if (strcmp(path, "/proc/uptime") == 0)
         text = std::to_string(the_sim->scheduler.now_ms / 1000 + 100) + ".00 0.00\n";
+    else if (strcmp(path, "/proc/net/dev") == 0)
+        text = interface_text();
+    else if (strcmp(path, "/proc/diskstats") == 0)
+        text = disk_text();
+    else if (auto found = still_texts.find(path); found != still_texts.end())
+        text = found->second;
     else
         return -1;
     size_t count = std::min(text.size(), size);
@@ -136,6 +181,19 @@ static uint32_t sim_adapters(adapter_facts *out, uint32_t *) {
     *out = {.description = "eth0", .type = 6, .hardware_length = 6, .addresses = &address};
     return 0;
 }
+
+static uint32_t sim_page_size() {
+    return 4096;
+}
+
+static uint32_t sim_clock_rate() {
+    return 100;
+}
+
+const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source,
+                                                 .ticks = sim_ticks,
+                                                 .page_size = sim_page_size,
+                                                 .clock_rate = sim_clock_rate};
 
 // ---- the BMC: the service is there, and nothing behind it
 
@@ -181,8 +239,6 @@ static uint32_t sim_no_class(wmi_object *, wide_text *, wmi_object **) {
 }
 
 static void sim_release(wmi_object *) {}
-
-const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source, .ticks = sim_ticks};
 
 const drives_ops sim_drives = {
     .drive_root = sim_drive_root,
@@ -231,4 +287,7 @@ const perf_counter_ops sim_counters = {
     .PdhLookupPerfNameByIndexA = provider_name_by_index,
     .PdhLookupPerfIndexByNameA = provider_index_by_name,
     .RegQueryValueExA = provider_query_value,
+    .PdhEnumObjectsA = provider_enum_objects,
+    .PdhEnumObjectItemsA = provider_enum_object_items,
+    .PdhGetCounterInfoA = provider_counter_info,
 };

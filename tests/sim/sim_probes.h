@@ -1,4 +1,5 @@
-// What the probes find on a simulated host: two volumes, some memory, a processor, a network adapter.
+// What the probes find on a simulated host: two volumes, some memory, a processor, a network adapter, a
+// disk.
 #pragma once
 
 #include <cstdint>

@@ -1,161 +1,110 @@
-"""A virtual machine for hardware that this machine lacks: Debian's kernel, an initramfs of our own, QEMU's devices.
-
-Nothing is installed and nothing is changed outside the folder of the build. The kernel is the package that
-linux-image-amd64 depends on, fetched once and unpacked; the initramfs holds busybox, the kernel modules that are asked
-for with all that they need, the programs under test with their libraries, and the files of the test. Inside, `init`
-(beside this file) loads the modules, runs the test's own script and hands the folder /lab back as it then is. The
-processor is emulated: the machine needs no rights, and is the same everywhere.
-"""
-import gzip
-import io
+"""A machine without hardware of this host: what it starts with, and one run of it."""
+import base64
 import os
 import re
 import shutil
 import subprocess
-import tarfile
 import time
 from pathlib import Path
 
+import kernel
+
 HERE = Path(__file__).resolve().parent
-NEEDED = ("qemu-system-x86_64", "busybox", "dpkg-deb", "apt-get", "apt-cache")
-LIMIT_S = 100
+
+FOLDERS_OF_MODULES = ["drivers/char/ipmi", "drivers/scsi", "drivers/ata", "crypto", "lib", "block"]
+# In the order of loading; each brings what it needs.
+MODULES = {
+    "ipmi_devintf": "",
+    "ipmi_si": "type=kcs ports=0xca2",
+    "sd_mod": "",
+    "sg": "",
+    "ahci": "",
+    "scsi_debug": "ptype=3",
+}
+NEEDED_PROGRAMS = ["qemu-system-x86_64", "cpio", "apt-get", "dpkg-deb"]
 
 
-class CannotRun(Exception):
-    """Why there can be no machine here."""
+def require_programs() -> None:
+    for name in NEEDED_PROGRAMS:
+        if shutil.which(name) is None:
+            raise kernel.Missing(f"there is no {name}")
+    if not Path("/bin/busybox").exists():
+        raise kernel.Missing("there is no /bin/busybox")
 
 
-def run(*words, **options) -> str:
-    return subprocess.run([str(word) for word in words], check=True, capture_output=True, text=True, **options).stdout
-
-
-class Kernel:
-    """Debian's kernel, unpacked below a folder."""
-
-    def __init__(self, folder: Path):
-        self.folder = folder
-        missing = [name for name in NEEDED if shutil.which(name) is None]
-        if missing:
-            raise CannotRun(f"not installed: {', '.join(missing)}")
-        if not list(folder.glob("root/boot/vmlinuz-*")):
-            self.fetch()
-        self.image = next(folder.glob("root/boot/vmlinuz-*"))
-        self.modules = {path.name.split(".")[0].replace("-", "_"): path for path in folder.glob("root/lib/modules/*/**/*.ko")}
-
-    def fetch(self) -> None:
-        found = re.search(r"^Depends:.*?(linux-image-[0-9][^ ,]*)", self.ask_apt(), re.MULTILINE)
-        if found is None:
-            raise CannotRun("apt knows no linux-image-amd64")
-        shutil.rmtree(self.folder, ignore_errors=True)
-        self.folder.mkdir(parents=True)
-        try:
-            run("apt-get", "download", found[1], cwd=self.folder)
-        except subprocess.CalledProcessError as error:
-            raise CannotRun(f"apt-get download {found[1]}: {error.stderr.strip().splitlines()[-1:]}") from error
-        package = next(self.folder.glob("*.deb"))
-        run("dpkg-deb", "--extract", package, self.folder / "unpacked")
-        package.unlink()
-        (self.folder / "unpacked").rename(self.folder / "root")  # only whole ones bear this name
-
-    @staticmethod
-    def ask_apt() -> str:
-        return run("apt-cache", "show", "linux-image-amd64")
-
-    def module_order(self, wanted: list[str]) -> list[str]:
-        """The modules and those that they need, each behind what it needs. What the kernel has built in is none."""
-        order: list[str] = []
-
-        def add(name: str) -> None:
-            path = self.modules.get(name)
-            if path is None or name in order:
-                return
-            needs = re.search(rb"\0depends=([^\0]*)\0", path.read_bytes())
-            for other in needs[1].decode().split(",") if needs else []:
-                add(other.replace("-", "_"))
-            order.append(name)
-
-        for name in wanted:
-            if name not in self.modules:
-                raise CannotRun(f"the kernel has no module {name}")
-            add(name)
-        return order
-
-
-def libraries_of(program: Path) -> list[Path]:
-    """The shared libraries of a program, its loader too."""
-    return [Path(path) for path in re.findall(r"(/[^ ]+) \(0x", run("ldd", program))]
+def libraries(program: Path) -> set[Path]:
+    """What the program needs to start, its loader included."""
+    told = subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout
+    return {Path(path) for path in re.findall(r"(/\S+) \(0x", told)}
 
 
 class Machine:
-    def __init__(self, kernel: Kernel, folder: Path):
-        self.kernel = kernel
+    def __init__(self, folder: Path, programs: Path):
         self.folder = folder
+        self.programs = programs
+        self.kernel = folder / "kernel"
         self.root = folder / "root"
-        shutil.rmtree(folder, ignore_errors=True)
-        (self.root / "lab").mkdir(parents=True)
-        (self.root / "modules").mkdir()
-        self.module_words: list[str] = []  # a line a module: its file and its parameters
-        self.devices: list[str] = []  # words of QEMU's command line
-        self.seconds = 0.0
+        self.console = ""
+        self.boot_s = 0.0
 
-    def add_modules(self, modules: dict[str, str]) -> None:
-        """Modules by name, with their parameters, in the order of loading."""
-        for name in self.kernel.module_order(list(modules)):
-            shutil.copy(self.kernel.modules[name], self.root / "modules" / f"{name}.ko")
-            self.module_words.append(f"{name} {modules.get(name, '')}".strip())
+    def prepare(self, files: dict[str, str], sdr: bytes) -> None:
+        """Lays out the first file system: programs, modules, and these texts."""
+        require_programs()
+        kernel.unpack(kernel.fetch(self.folder / "packages"), self.kernel, FOLDERS_OF_MODULES)
+        shutil.rmtree(self.root, ignore_errors=True)
+        for name in ("bin", "dev", "modules", "proc", "programs", "sys", "tmp"):
+            (self.root / name).mkdir(parents=True)
+        shutil.copy("/bin/busybox", self.root / "bin")
+        shutil.copy(HERE / "init", self.root / "init")
+        self._add_programs(["tnagent", "tnserver", "set_sensor"])
+        self._add_modules()
+        for name, text in files.items():
+            (self.root / name).write_text(text)
+        (self.folder / "sdr.bin").write_bytes(sdr)
+        names = subprocess.run(["find", "."], cwd=self.root, capture_output=True, check=True).stdout
+        with open(self.folder / "initramfs", "wb") as out:
+            subprocess.run(["cpio", "-o", "-H", "newc", "--quiet"], cwd=self.root, input=names, stdout=out, check=True)
 
-    def add_program(self, program: Path) -> None:
-        """The program goes to /bin, its libraries to where it looks for them."""
-        self.copy(program, self.root / "bin" / program.name)
-        for library in libraries_of(program):
-            self.copy(library, self.root / str(library).lstrip("/"))
+    def _add_programs(self, names: list[str]) -> None:
+        for name in names:
+            program = self.programs / name
+            shutil.copy(program, self.root / "programs")
+            for library in libraries(program):
+                place = self.root / library.relative_to("/")
+                place.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy(library, place)
 
-    @staticmethod
-    def copy(source: Path, target: Path) -> None:
-        target.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copy(source.resolve(), target)
+    def _add_modules(self) -> None:
+        order = kernel.in_order(self.kernel, list(MODULES))
+        lines = []
+        for path in order:
+            shutil.copy(path, self.root / "modules")
+            lines.append(f"{path.name} {MODULES.get(path.stem.replace('-', '_'), '')}".strip())
+        (self.root / "modules" / "order").write_text("\n".join(lines) + "\n")
 
-    def write(self, name: str, content: str) -> None:
-        (self.root / "lab" / name).write_text(content)
+    def run(self, patience_s: int) -> None:
+        """Boots, and waits for the machine to go down again."""
+        disk = self.folder / "disk.img"
+        with open(disk, "wb") as out:
+            os.truncate(out.fileno(), 16 << 20)
+        started = time.monotonic()
+        done = subprocess.run(
+            ["qemu-system-x86_64", "-accel", "tcg", "-m", "512", "-smp", "1", "-nographic", "-no-reboot", "-nic", "none",
+             "-kernel", kernel.image(self.kernel), "-initrd", self.folder / "initramfs",
+             "-append", "console=ttyS0 quiet panic=-1",
+             "-device", f"ipmi-bmc-sim,id=bmc,sdrfile={self.folder / 'sdr.bin'}", "-device", "isa-ipmi-kcs,bmc=bmc",
+             "-device", "ahci,id=ahci", "-drive", f"if=none,id=disk,format=raw,file={disk}",
+             "-device", "ide-hd,drive=disk,bus=ahci.0"],
+            stdin=subprocess.DEVNULL, capture_output=True, timeout=patience_s, check=False)
+        self.boot_s = time.monotonic() - started
+        self.console = (done.stdout + done.stderr).decode(errors="replace").replace("\r", "")
 
-    def pack(self) -> Path:
-        self.copy(Path(shutil.which("busybox")), self.root / "bin/busybox")
-        self.copy(HERE / "init", self.root / "init")
-        (self.root / "init").chmod(0o755)
-        (self.root / "modules/order").write_text("\n".join(self.module_words) + "\n")
-        for name in ("proc", "sys", "dev", "tmp", "root", "etc", "run"):
-            (self.root / name).mkdir(exist_ok=True)
-        names = "\n".join(str(path.relative_to(self.root)) for path in [self.root, *sorted(self.root.rglob("*"))])
-        packed = subprocess.run(["busybox", "cpio", "-o", "-H", "newc"], cwd=self.root, input=names.encode(), check=True,
-                                capture_output=True).stdout
-        target = self.folder / "initramfs"
-        target.write_bytes(gzip.compress(packed, 1))
-        return target
-
-    def boot(self) -> Path:
-        """Runs the machine to its end and gives the folder with what /lab then held."""
-        back = self.folder / "back.tar"
-        command = ["qemu-system-x86_64", "-accel", "tcg", "-cpu", "max", "-m", "384", "-display", "none", "-no-reboot",
-                   "-nic", "none", "-kernel", self.kernel.image, "-initrd", self.pack(), "-append",
-                   "console=ttyS0 quiet panic=-1", "-serial", f"file:{self.folder / 'console.log'}", "-serial",
-                   f"file:{back}", *self.devices]
-        start = time.monotonic()
-        try:
-            subprocess.run([str(word) for word in command], check=True, timeout=LIMIT_S, capture_output=True)
-        except subprocess.TimeoutExpired as error:
-            raise AssertionError(f"the machine is not down behind {LIMIT_S} s\n{self.console()}") from error
-        except subprocess.CalledProcessError as error:
-            raise AssertionError(f"{error.stderr.decode()}\n{self.console()}") from error
-        finally:
-            self.seconds = time.monotonic() - start
-        lab = self.folder / "lab"
-        try:
-            with tarfile.open(fileobj=io.BytesIO(back.read_bytes())) as archive:
-                archive.extractall(lab)
-        except (tarfile.TarError, OSError) as error:
-            raise AssertionError(f"the machine gave nothing back: {error}\n{self.console()}") from error
-        return lab
-
-    def console(self) -> str:
-        log = self.folder / "console.log"
-        return log.read_text(errors="replace") if log.exists() else "the console stayed silent"
+    def left_behind(self, name: str) -> bytes:
+        """A file that the machine has told by its console."""
+        found = re.search(rf"LABORATORY begins {re.escape(name)}\n(.*?)LABORATORY ends {re.escape(name)}\n", self.console,
+                          re.DOTALL)
+        if found is None:
+            raise AssertionError(f"the machine has not told {name}; its console ends in\n{self.console[-3000:]}")
+        # What the kernel says in between stands on lines of its own.
+        lines = [line for line in found.group(1).splitlines() if re.fullmatch(r"[A-Za-z0-9+/=]+", line)]
+        return base64.b64decode("".join(lines))

@@ -215,7 +215,9 @@ static void add_network_params(line_list *list) {
     auto *params = reinterpret_cast<network_params *>(usual);
     uint32_t size = sizeof usual;
     text_guard larger;
-    if (host_info_host->GetNetworkParams(params, &size) == NETWORK_BUFFER_OVERFLOW) {
+    uint32_t needed = size;
+    if (host_info_host->GetNetworkParams(params, &needed) == NETWORK_BUFFER_OVERFLOW) {
+        size = needed;
         larger.reset(static_cast<char *>(heap_alloc(size)));
         if (larger == nullptr) {
             list->out_of_memory = true;

@@ -75,7 +75,7 @@ static uint32_t get_network_params(network_params *out, uint32_t *size) {
 // The addresses of one family on an interface are entries of their own in the host's list.
 static bool is_address_of(const ifaddrs *entry, const char *interface) {
     return entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET &&
-           text_equal(entry->ifa_name, interface);
+           is_label_of(entry->ifa_name, interface);
 }
 
 static bool has_address(const ifaddrs *all, const char *interface) {

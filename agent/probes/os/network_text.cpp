@@ -51,7 +51,7 @@ void parse_resolver(const char *text, char *domain, size_t domain_size, record_b
     for (const char *at = text; *at != '\0'; at += strcspn(at, "\n"), at += *at == '\n') {
         if (!next_word(&at, key, sizeof key) || !next_word(&at, value, sizeof value)) continue;
         if (text_equal(key, "domain") || text_equal(key, "search"))
-            copy_bounded(domain, value, domain_size);
+            copy_bounded(domain, text_equal(value, ".") ? "" : value, domain_size);
         else if (text_equal(key, "nameserver") && is_dotted_address(value))
             append_address(buffer, servers, value, "");
     }
@@ -96,4 +96,9 @@ uint32_t adapter_type_of_link(uint32_t hardware) {
 
 bool is_adapter(bool has_device, bool has_address) {
     return has_device || has_address;
+}
+
+bool is_label_of(const char *label, const char *interface) {
+    size_t length = strcspn(label, ":");
+    return strlen(interface) == length && strncmp(label, interface, length) == 0;
 }

@@ -29,7 +29,8 @@ uint32_t finish_records(const record_buffer &buffer, uint32_t *out_size);
 void append_address(record_buffer *buffer, address_entry **list, const char *address, const char *mask);
 
 // The domain and the name servers of /etc/resolv.conf: the last "domain" or the first name of the last
-// "search", and those servers that have a dotted address, since longer ones would be cut.
+// "search", where that is not the root "." of all of them, and those servers that have a dotted address, since
+// longer ones would be cut.
 void parse_resolver(const char *text, char *domain, size_t domain_size, record_buffer *buffer,
                     address_entry **servers);
 
@@ -44,3 +45,7 @@ uint32_t adapter_type_of_link(uint32_t hardware);
 // Whether an interface is an adapter of the host: it has a device or an address. The inner ends of containers
 // and idle tunnels have neither.
 bool is_adapter(bool has_device, bool has_address);
+
+// Whether an address with this label lies on the interface: a label is its interface's name, or that and more
+// behind a colon, which no interface has in its name.
+bool is_label_of(const char *label, const char *interface);

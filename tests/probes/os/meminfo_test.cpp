@@ -81,6 +81,18 @@ TEST(parse_processor_list, counts_ranges_and_single_processors) {
     EXPECT_EQ(mask, 0xD0FU);
 }
 
+TEST(parse_processor_list, counts_the_processors_of_recorded_machines) {
+    uint64_t mask = 0;
+    recorded_machine machine("relay");
+    EXPECT_EQ(parse_processor_list(machine.text("/sys/devices/system/cpu/present").c_str(), &mask), 4U);
+    EXPECT_EQ(mask, 0x33U);
+    EXPECT_EQ(parse_processor_list(machine.text("/sys/devices/system/cpu/online").c_str(), &mask), 2U);
+    EXPECT_EQ(mask, 0x11U);
+    EXPECT_EQ(
+        parse_processor_list(recorded_machine("numa").text("/sys/devices/system/cpu/online").c_str(), &mask),
+        382U);
+}
+
 TEST(parse_processor_list, counts_beyond_the_mask) {
     uint64_t mask = 0;
     EXPECT_EQ(parse_processor_list("0-16,19-383\n", &mask), 382U);

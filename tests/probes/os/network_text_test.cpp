@@ -46,6 +46,12 @@ TEST(parse_resolver, counts_the_last_of_domain_and_search) {
     EXPECT_STREQ(resolver("search a.example\ndomain b.example\n").domain, "b.example");
 }
 
+TEST(parse_resolver, takes_no_search_list_of_the_root_alone_for_a_domain) {
+    resolver found(recorded_machine("relay").text("/etc/resolv.conf"));
+    EXPECT_STREQ(found.domain, "");
+    EXPECT_EQ(joined(found.servers), "127.0.0.53");
+}
+
 TEST(parse_resolver, leaves_out_servers_that_would_be_cut) {
     EXPECT_EQ(joined(resolver(recorded_machine("numa").text("/etc/resolv.conf")).servers),
               "10.0.0.53 10.0.1.53");
@@ -69,6 +75,16 @@ TEST(parse_gateways, lists_default_gateways_of_one_interface) {
 
 TEST(parse_gateways, leaves_out_other_destinations_and_refused_routes) {
     EXPECT_EQ(gateways(recorded_machine("numa").text("/proc/net/route"), "ib0"), "");
+}
+
+TEST(parse_gateways, tells_stacked_and_renamed_interfaces_apart) {
+    std::string route = recorded_machine("relay").text("/proc/net/route");
+    EXPECT_EQ(gateways(route, "wan-uplink"), "192.168.113.254");
+    EXPECT_EQ(gateways(route, "wan-uplink.4094"), "") << "a route without a gateway";
+    EXPECT_EQ(gateways(route, "wlx00c0ca12345"), "10.0.2.1");
+    EXPECT_EQ(gateways(route, "enp3s0f1np1d2v3"), "10.0.10.1") << "a name of 15 characters";
+    EXPECT_EQ(gateways(route, "enp3s0f1np1d2v"), "");
+    EXPECT_EQ(gateways(route, "br-lan"), "") << "not for everything";
 }
 
 TEST(parse_gateways, survives_lines_that_are_cut_off) {
@@ -110,4 +126,14 @@ TEST(is_adapter, needs_a_device_or_an_address) {
     EXPECT_TRUE(is_adapter(true, false));
     EXPECT_TRUE(is_adapter(false, true));
     EXPECT_FALSE(is_adapter(false, false));
+}
+
+TEST(is_label_of, compares_what_stands_before_the_colon) {
+    EXPECT_TRUE(is_label_of("eth0", "eth0"));
+    EXPECT_TRUE(is_label_of("eth0:mail", "eth0"));
+    EXPECT_TRUE(is_label_of("bond0.100:1", "bond0.100"));
+    EXPECT_FALSE(is_label_of("eth01", "eth0"));
+    EXPECT_FALSE(is_label_of("eth0.1", "eth0"));
+    EXPECT_FALSE(is_label_of("eth", "eth0"));
+    EXPECT_FALSE(is_label_of(":1", "eth0"));
 }

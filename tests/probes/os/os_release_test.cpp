@@ -14,6 +14,7 @@ static std::string parsed(const std::string &text, size_t size = 128) {
 TEST(parse_os_release, takes_the_name_out_of_either_quotes) {
     EXPECT_EQ(parsed(recorded_machine("container").text("/etc/os-release")), "Small Linux v3.19");
     EXPECT_EQ(parsed(recorded_machine("numa").text("/etc/os-release")), "Large Linux Server 15 SP5 (x86_64)");
+    EXPECT_EQ(parsed(recorded_machine("relay").text("/etc/os-release")), "Relay Linux 12 \"Router\"");
 }
 
 TEST(parse_os_release, takes_a_bare_word) {

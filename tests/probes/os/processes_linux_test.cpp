@@ -1,0 +1,244 @@
+// Real processes of this host.
+#include "probes/os/processes.h"
+
+#include "fakes/temp_folder.h"
+#include "fakes/test_host.h"
+#include "platform/errors.h"
+#include "platform/text.h"
+#include "probes/os/processes_ops.h"
+#include "settings/settings.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using texts = std::vector<std::string>;
+
+// A child that has got ready and now waits for its end.
+struct child {
+    pid_t id = -1;
+    int hold = -1; // the end of this pipe is the end of the child
+
+    // Runs `prepare` in the child, which waits then; or which a program follows that reads its input.
+    template <class Prepare>
+    explicit child(Prepare prepare) {
+        int ready[2];
+        int waits[2];
+        EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(waits, O_CLOEXEC), 0);
+        id = fork();
+        if (id == 0) {
+            dup2(waits[0], 0);
+            close(waits[1]);
+            prepare();
+            close(ready[0]);
+            close(ready[1]);
+            char byte;
+            (void)!read(0, &byte, 1);
+            _exit(0);
+        }
+        hold = waits[1];
+        close(waits[0]);
+        close(ready[1]);
+        char byte;
+        EXPECT_EQ(read(ready[0], &byte, 1), 0) << "closed when it is ready";
+        close(ready[0]);
+    }
+    ~child() {
+        close(hold);
+        waitpid(id, nullptr, 0);
+    }
+    child(const child &) = delete;
+    child &operator=(const child &) = delete;
+};
+
+void call_oneself(const char *name) {
+    prctl(PR_SET_NAME, name);
+}
+
+void run(const std::string &program, const char *first_argument) {
+    execl(program.c_str(), first_argument, nullptr);
+    _exit(127);
+}
+
+struct linux_processes : testing::TestWithParam<bool> {
+    test_host host;
+    agent_config config = {};
+    temp_folder folder;
+
+    linux_processes() {
+        config.use_psapi = GetParam() ? 1 : 0;
+        config_in_force = &config;
+        processes_host = &processes_ops_host;
+        error_host = &error_ops_host;
+    }
+    ~linux_processes() override {
+        processes_host = nullptr;
+        config_in_force = nullptr;
+    }
+
+    static texts scan() {
+        devtree root = {};
+        EXPECT_SUCCESS(scan_processes(&root));
+        devtree_guard group(root.children);
+        texts found;
+        for (const devnode *device = group->devices; device != nullptr; device = device->next)
+            found.emplace_back(device->id);
+        return found;
+    }
+    static int check(const std::string &name) {
+        devnode_guard device(alloc_devnode());
+        device->id = text_copy(name.c_str());
+        resnode result = {};
+        EXPECT_SUCCESS(check_process(device.get(), &result));
+        EXPECT_STREQ(result.comment, result.value != 0 ? "Available" : "Missing");
+        heap_free(result.comment);
+        return result.value;
+    }
+    static int64_t count(const std::string &name) {
+        texts found = scan();
+        return std::count(found.begin(), found.end(), name);
+    }
+    std::string path(const std::string &name) const { return folder.path + "/" + name; }
+};
+
+std::string way(const testing::TestParamInfo<bool> &old) {
+    return old.param ? "the_old_way" : "by_snapshot";
+}
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(ways, linux_processes, testing::Values(false, true), way);
+
+TEST_P(linux_processes, offer_this_one) {
+    EXPECT_GE(count("probes_os_tests"), 1);
+    EXPECT_EQ(check("Probes_OS_Tests"), 1);
+}
+
+TEST_P(linux_processes, keep_odd_names) {
+    for (const char *name :
+         {"a b", "x) S (y", "(", ")", "two\nlines", "back\\slash", "\\n", "gr\xC3\xBC\xDF", "\"q'"}) {
+        child one([&] { call_oneself(name); });
+        EXPECT_EQ(count(name), 1) << name;
+        EXPECT_EQ(check(name), 1) << name;
+    }
+    EXPECT_EQ(count("two\nlines"), 0);
+}
+
+TEST_P(linux_processes, are_told_one_by_one_where_names_are_the_same) {
+    child one([] { call_oneself("a twin of two"); });
+    EXPECT_EQ(count("a twin of two"), 1);
+    {
+        child two([] { call_oneself("a twin of two"); });
+        EXPECT_EQ(count("a twin of two"), 2);
+    }
+    EXPECT_EQ(check("a twin of two"), 1);
+}
+
+TEST_P(linux_processes, have_the_whole_names_of_their_programs) {
+    std::string program = path("a-program-whose-name-is-long");
+    std::filesystem::copy_file("/bin/cat", program);
+    child one([&] { run(program, "x"); });
+    EXPECT_EQ(count("a-program-whose-name-is-long"), 1);
+    EXPECT_EQ(count("a-program-whose"), 0);
+    std::filesystem::remove(program);
+    EXPECT_EQ(check("a-program-whose-name-is-long"), 1) << "though its file has gone";
+}
+
+TEST_P(linux_processes, have_the_whole_names_of_their_scripts) {
+    std::string script = path("a script whose name is long.sh");
+    std::ofstream(script) << "#!/bin/sh\nread line\n";
+    chmod(script.c_str(), 0700);
+    child one([&] { run(script, "x"); });
+    EXPECT_EQ(count("a script whose name is long.sh"), 1);
+}
+
+TEST_P(linux_processes, keep_a_name_of_15_bytes_that_is_whole) {
+    child one([] { call_oneself("exactly15_bytes"); });
+    EXPECT_EQ(count("exactly15_bytes"), 1);
+}
+
+TEST_P(linux_processes, have_the_name_of_a_program_that_calls_itself_nothing) {
+    child one([] { call_oneself(""); });
+    EXPECT_GE(count("probes_os_tests"), 2);
+    EXPECT_EQ(count("Idle"), 0);
+}
+
+TEST_P(linux_processes, that_have_ended_are_missing_though_nobody_asked_for_their_end) {
+    child one([] { call_oneself("will-be-zombie"); });
+    EXPECT_EQ(check("will-be-zombie"), 1);
+    kill(one.id, SIGKILL);
+    siginfo_t end;
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(one.id), &end, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(check("will-be-zombie"), 0);
+    EXPECT_EQ(count("will-be-zombie"), 0);
+}
+
+TEST_P(linux_processes, come_and_go_while_the_list_is_read) {
+    child stable([] { call_oneself("stays-all-along"); });
+    std::atomic<bool> enough = false;
+    std::thread restless([&] {
+        while (!enough) {
+            pid_t id = fork();
+            if (id == 0) _exit(0);
+            waitpid(id, nullptr, 0);
+        }
+    });
+    for (int i = 0; i < 30; i++)
+        EXPECT_EQ(count("stays-all-along"), 1);
+    enough = true;
+    restless.join();
+}
+
+// Only a host's own root shows them; a container has none.
+TEST_P(linux_processes, of_the_kernel_have_their_names) {
+    std::ifstream second("/proc/2/comm");
+    std::string name;
+    if (!std::getline(second, name) || name != "kthreadd")
+        GTEST_SKIP() << "this machine shows no kernel threads";
+    EXPECT_EQ(count("kthreadd"), 1);
+}
+
+TEST(linux_process_ids, are_too_many_for_a_small_buffer) {
+    uint32_t ids[2] = {};
+    EXPECT_EQ(processes_ops_host.ZwQuerySystemInformation(5, reinterpret_cast<uint8_t *>(ids), sizeof ids),
+              STATUS_INFO_LENGTH_MISMATCH);
+    uint32_t returned = 0;
+    uint32_t first = 0;
+    EXPECT_TRUE(processes_ops_host.EnumProcesses(&first, sizeof first, &returned));
+    EXPECT_EQ(returned, sizeof first);
+    EXPECT_EQ(first, 1U);
+}
+
+TEST(linux_process_ids, open_only_where_somebody_has_them) {
+    test_host host;
+    EXPECT_EQ(processes_ops_host.OpenProcess(0x410, 0), nullptr);
+    EXPECT_EQ(processes_ops_host.OpenProcess(0x410, 0x7FFFFFFF), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    process *self = processes_ops_host.OpenProcess(0x410, static_cast<uint32_t>(getpid()));
+    ASSERT_NE(self, nullptr);
+    char name[8];
+    process_module *module = nullptr;
+    uint32_t needed = 0;
+    EXPECT_TRUE(processes_ops_host.EnumProcessModules(self, &module, 8, &needed));
+    EXPECT_TRUE(processes_ops_host.GetModuleBaseNameA(self, module, name, sizeof name));
+    EXPECT_STREQ(name, "probes_");
+    processes_ops_host.CloseHandle(self);
+    host.fail_allocation = 1;
+    EXPECT_EQ(processes_ops_host.OpenProcess(0x410, static_cast<uint32_t>(getpid())), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(host.blocks, 0);
+}
