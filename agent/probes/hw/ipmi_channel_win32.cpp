@@ -21,7 +21,7 @@ struct wide_name {
     wchar_t text[NAME_SIZE];
 
     explicit wide_name(const char *name) : text() {
-        for (size_t i = 0; name[i] != '\0' && i < NAME_SIZE - 1; i++)
+        for (size_t i = 0; i < NAME_SIZE - 1 && name[i] != '\0'; i++)
             text[i] = static_cast<unsigned char>(name[i]);
     }
 };

@@ -115,7 +115,7 @@ byte_array *bag_create_vector(uint32_t count) {
 }
 
 uint32_t bag_put_element(byte_array *array, int32_t index, uint8_t byte) {
-    if (index < 0 || static_cast<uint32_t>(index) >= array->count) return WBEM_BAD_INDEX;
+    if (static_cast<uint32_t>(index) >= array->count) return WBEM_BAD_INDEX;
     array->bytes[index] = byte;
     return WBEM_OK;
 }

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-inline constexpr size_t SDR_SIZE = 256; // no record is longer
+inline constexpr size_t SDR_SIZE = 256;        // no record is longer
 inline constexpr size_t DESCRIPTION_SIZE = 24; // 16 characters, or words of ours
 
 // Bytes 3 of the header.

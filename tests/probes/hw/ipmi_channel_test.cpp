@@ -363,6 +363,14 @@ TEST_F(restart_rule, reports_the_failure_and_lets_the_next_command_work) {
     EXPECT_SUCCESS(send());
 }
 
+TEST_F(restart_rule, keeps_the_failure_through_failures_on_the_way_up) {
+    channel.statuses["ExecMethod"] = {RESTARTED};
+    channel.statuses["ConnectServer"] = {0x92345678};
+    channel.class_namespaces = {"ROOT\\HARDWARE"};
+    EXPECT_FAILURE(send(), "Unable to execute method: WMI restarted. Must re-connect to server");
+    EXPECT_SUCCESS(send());
+}
+
 TEST_F(restart_rule, holds_for_each_step_with_a_status) {
     int restarts = 0;
     for (const char *step :
