@@ -145,6 +145,11 @@ TEST_F(run, is_killed_by_a_failure_of_its_output) {
     programs.reads = {{"Result: -5\n"}, {}};
     EXPECT_FAILURE(start(), "c: Error parsing result \"-5\": Negative numbers are not supported");
     expect_killed();
+    auto at = std::find(programs.calls.begin(), programs.calls.end(), "wait read_complete");
+    EXPECT_EQ(std::vector<std::string>(at, programs.calls.end()),
+              (std::vector<std::string>{"wait read_complete", "SetEvent data_processed", "TerminateProcess",
+                                        "CloseProcess", "CancelIoEx", "SetEvent data_processed",
+                                        "wait thread", "CloseHandle thread", "ClosePipe read"}));
     EXPECT_TRUE(starts_again());
 }
 

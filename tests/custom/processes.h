@@ -8,5 +8,6 @@ void end_process(int number);
 // Of this process. Those that have ended and are not collected count.
 int count_threads();
 int count_children();
-// Whether a program's output stays open behind its own close: Wine has a second hold of it until the end.
-bool keeps_closed_output();
+// Wine keeps a program's output open behind the program's own close, and gives a console's input to one that
+// was given none.
+bool host_is_wine();

@@ -39,6 +39,6 @@ int count_children() {
     return count;
 }
 
-bool keeps_closed_output() {
+bool host_is_wine() {
     return false;
 }

@@ -35,6 +35,6 @@ int count_children() {
     return 0;
 }
 
-bool keeps_closed_output() {
+bool host_is_wine() {
     return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
 }

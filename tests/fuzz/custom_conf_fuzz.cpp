@@ -123,6 +123,7 @@ static void run(const uint8_t *data, size_t size) {
     regex_host = &regex_ops_host;
     switch (input.take_byte() % 5) {
     case 0:
+        regex_host = &grouping_regex;
         read_checks(input.take_rest());
         break;
     case 1:

@@ -1,5 +1,5 @@
 //     handle N         writes whether it has a handle of this number
-//     input            writes whether it has a standard input
+//     input            writes whether it was given a standard input
 #include "custom/child/child.h"
 
 #include <cstdio>
@@ -56,7 +56,9 @@ bool host_word(const std::string &word, size_t *at, const child_words &words) {
         DWORD flags = 0;
         printf("handle %d\n", GetHandleInformation(handle, &flags) != 0);
     } else if (word == "input") {
-        printf("input %d\n", GetStdHandle(STD_INPUT_HANDLE) != nullptr);
+        STARTUPINFOA given = {}; // before the host puts a console's in the place of a missing one
+        GetStartupInfoA(&given);
+        printf("input %d\n", given.hStdInput != nullptr);
     } else {
         return false;
     }
