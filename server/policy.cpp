@@ -103,7 +103,6 @@ warn_high = "90 %"
 [[check]]
 name = "ifevents.*.Packets *Errors"
 frequency = "60 s"
-warn_high = "1"
 
 [[check]]
 name = "block.physical.*.idle"

@@ -4,6 +4,7 @@
 #include "platform/errors.h"
 #include "platform/heap.h"
 #include "platform/text.h"
+#include "probes/os/name_index.h"
 #include "probes/os/perf_counter_ops.h"
 
 #include <cstdio>
@@ -17,6 +18,7 @@ constexpr size_t INDEX_SIZE = 11; // ten digits and the end
 struct name_table {
     char *text;
     uint32_t size;
+    name_index indexes; // of the pairs, the name behind each; empty until one is looked for
 };
 
 name_table names;
@@ -83,8 +85,26 @@ const char *find_name_index(const char *name) {
     return nullptr;
 }
 
+// Hosts have thousands of names, and a browser looks one up for each counter of each instance.
+static bool index_pairs() {
+    name_index indexes = {};
+    name_pair pair;
+    uint32_t number = 0;
+    for (uint32_t position = 0; next_pair(&position, &pair);) {
+        if (index_name(&indexes, pair.index, &number)) continue;
+        free_name_index(&indexes);
+        return false;
+    }
+    names.indexes = indexes;
+    return true;
+}
+
 const char *find_index_name(const char *index) {
     name_pair pair;
+    if (names.indexes.count != 0 || index_pairs()) {
+        const indexed_name *found = find_indexed_name(&names.indexes, index, strlen(index), 0);
+        return found != nullptr ? found->name + strlen(found->name) + 1 : nullptr;
+    }
     for (uint32_t position = 0; next_pair(&position, &pair);)
         if (strcmp(pair.index, index) == 0) return pair.name;
     return nullptr;
@@ -131,5 +151,6 @@ bool translate_counter_name_to_english(char *buffer, uint32_t size, const char *
 
 void counter_names_reset() {
     heap_free(names.text);
+    free_name_index(&names.indexes);
     names = {};
 }

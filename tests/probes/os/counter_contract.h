@@ -7,7 +7,9 @@
 #include "probes/os/machine.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/perf_counter_ops.h"
+#include "probes/os/recorded_ops.h"
 #include "probes/os/system_load.h"
+#include "settings/settings.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -24,6 +26,7 @@ struct counter_contract : testing::TestWithParam<counter_host> {
     test_host host;
     std::unique_ptr<recorded_machine> machine;
     uint64_t turns = 0;
+    agent_config config = {.perf_cnt_level = 400};
 
     counter_contract() {
         if (GetParam().sources == nullptr)
@@ -31,10 +34,15 @@ struct counter_contract : testing::TestWithParam<counter_host> {
         else
             counter_sources_host = GetParam().sources;
         perf_counter_host = GetParam().counters;
+        drives_host = machine != nullptr ? &recorded_drives_ops : &drives_ops_host;
+        config_in_force = &config;
         counter_names_reset();
     }
     ~counter_contract() override {
         counter_names_reset();
+        if (counter_sources_host != nullptr) counter_sources_reset();
+        config_in_force = nullptr;
+        drives_host = nullptr;
         perf_counter_host = nullptr;
         counter_sources_host = nullptr;
     }

@@ -2,6 +2,10 @@
 // those of a real one.
 #include "probes/os/counter_contract.h"
 
+#include "probes/os/disks.h"
+#include "probes/os/interfaces.h"
+#include "probes/os/perf_browse.h"
+
 INSTANTIATE_TEST_SUITE_P(recorded, counter_contract,
                          testing::Values(counter_host{"recorded", nullptr, &recorded_counter_ops}),
                          counter_host_name);
@@ -70,4 +74,61 @@ TEST_P(counter_contract, offers_and_checks_the_load) {
         EXPECT_TRUE(!text_equal(device->id, "idle") || result.value <= 10000) << result.value;
     }
     EXPECT_EQ(devices, 3);
+}
+
+static devtree *find_child(devtree *group, const char *id) {
+    devtree *child = group->children;
+    while (child != nullptr && !text_equal(child->id, id))
+        child = child->next;
+    return child;
+}
+
+// On the recorded machine no time passes by itself, so that the first check of a rate fails there.
+
+TEST_P(counter_contract, offers_and_checks_interfaces) {
+    devtree root = {};
+    EXPECT_SUCCESS(scan_ifthroughput(&root));
+    devtree_guard families(root.children);
+    devtree *loopback = find_child(families.get(), "lo");
+    ASSERT_NE(loopback, nullptr);
+    int devices = 0;
+    for (devnode *device = loopback->devices; device != nullptr; device = device->next, devices++) {
+        EXPECT_EQ(device->limits.hint.hint_present, 0U) << "a loopback has no speed";
+        resnode result = {};
+        if (check_ifthrough(device, &result) != nullptr) pass_time();
+        EXPECT_SUCCESS(check_ifthrough(device, &result));
+        EXPECT_GE(result.real_value, 0) << device->id;
+    }
+    EXPECT_EQ(devices, 3);
+}
+
+TEST_P(counter_contract, offers_disks_in_one_group) {
+    devtree root = {};
+    EXPECT_SUCCESS(scan_block_devices(&root));
+    devtree_guard family(root.children);
+    if (family == nullptr) return; // a host without disks
+    for (devtree *disk = find_child(family.get(), "physical")->children; disk != nullptr; disk = disk->next) {
+        resnode result = {};
+        if (check_block(disk->devices, &result) != nullptr) pass_time();
+        EXPECT_SUCCESS(check_block(disk->devices, &result));
+    }
+}
+
+TEST_P(counter_contract, offers_counters_that_its_checks_can_read) {
+    devtree root = {};
+    EXPECT_SUCCESS(scan_perfcnts(&root));
+    devtree_guard family(root.children);
+    family->parent = nullptr; // as in the tree that a server sends
+    for (const char *id : {"System", "Processor", "Memory", "Process", "LogicalDisk", "Network Interface",
+                           "Objects", "IPv4", "TCPv4", "UDPv4"})
+        EXPECT_NE(find_child(family.get(), id), nullptr) << id;
+    for (const char *id : {"Memory", "Objects", "TCPv4"}) {
+        for (devnode *device = find_child(family.get(), id)->devices; device != nullptr;
+             device = device->next) {
+            resnode result = {};
+            if (check_perfcnt(device, &result) != nullptr) pass_time();
+            EXPECT_SUCCESS(check_perfcnt(device, &result));
+            EXPECT_GE(result.real_value, 0) << device->id;
+        }
+    }
 }

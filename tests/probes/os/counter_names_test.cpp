@@ -180,3 +180,30 @@ TEST_F(load_names, keeps_the_block_until_the_process_forgets_it) {
     counter_names_reset();
     EXPECT_EQ(host.blocks, before);
 }
+
+TEST_F(load_names, finds_english_names_where_memory_is_out) {
+    ASSERT_TRUE(to_national("Memory"));
+    char english[COUNTER_NAME_SIZE];
+    host.fail_allocation = 1;
+    EXPECT_TRUE(translate_counter_name_to_english(english, sizeof english,
+                                                  counters.national.begin()->second.c_str()));
+    EXPECT_EQ(host.fail_allocation, 0U) << "it had asked for some";
+    std::string walked = english;
+    EXPECT_TRUE(translate_counter_name_to_english(english, sizeof english,
+                                                  counters.national.begin()->second.c_str()));
+    EXPECT_EQ(english, walked);
+    EXPECT_NE(walked, "");
+}
+
+TEST_F(load_names, takes_the_first_name_of_an_index) {
+    counters.table = std::string("7\0First\0"
+                                 "07\0Other\0"
+                                 "7\0Second\0",
+                                 27);
+    counters.national = {{7, "Sieben"}};
+    char english[COUNTER_NAME_SIZE];
+    EXPECT_TRUE(translate_counter_name_to_english(english, sizeof english, "Sieben"));
+    EXPECT_STREQ(english, "First");
+    EXPECT_EQ(find_index_name("07"), std::string("Other")) << "indexes are compared as texts";
+    EXPECT_EQ(find_index_name("8"), nullptr);
+}
