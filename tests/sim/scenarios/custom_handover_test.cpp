@@ -4,6 +4,7 @@
 #include "platform/text.h"
 #include "sim/host_sim.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 
 // One run of a program under every order in which its two threads can go on: each choice of the scheduler is
@@ -87,12 +88,14 @@ outcome run_once(const sim_program &program, choices *way) {
     return seen;
 }
 
-// Where threads change slowly, the first of the orders have to do.
+// TN_ORDERS says how many at most. Where it does not, the first ones have to do where they are too many for
+// every day: two reads alone have 74,700, and threads change slowly on some hosts.
 uint64_t most_orders() {
+    if (const char *wanted = getenv("TN_ORDERS")) return strtoull(wanted, nullptr, 10);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(_WIN32)
     return 1000;
 #else
-    return UINT64_MAX;
+    return 7000;
 #endif
 }
 

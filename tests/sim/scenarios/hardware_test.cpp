@@ -21,11 +21,13 @@ struct hardware : scenario {
 
 TEST_F(hardware, is_offered) {
     begin_all();
-    EXPECT_EQ(wire::device_paths(server.tree()),
-              (std::vector<std::string>{
-                  "fs//home", "fs//", "mem/virt", "mem/swap", "mem/phys", "system/uptime", "system/cswitch",
-                  "system/idle", "smart/PhysicalDrive0", "safte/scsi0:00:06:00/slot/0",
-                  "safte/scsi0:00:06:00/fan/0", "csmiplus/cntrl:0/logical/lv:0/cciss:status"}));
+    std::vector<std::string> found;
+    for (const std::string &path : wire::device_paths(server.tree()))
+        if (path.starts_with("smart/") || path.starts_with("safte/") || path.starts_with("csmiplus/"))
+            found.push_back(path);
+    EXPECT_EQ(found, (std::vector<std::string>{"smart/PhysicalDrive0", "safte/scsi0:00:06:00/slot/0",
+                                               "safte/scsi0:00:06:00/fan/0",
+                                               "csmiplus/cntrl:0/logical/lv:0/cciss:status"}));
 }
 
 TEST_F(hardware, is_checked_and_judged_by_the_servers_masks) {
