@@ -1,7 +1,8 @@
-# agent_room(NAME [PATH folder] MODULES names... HOSTED names... [HOSTED_LINUX | HOSTED_WIN32 names...] NEEDS rooms...)
+# agent_room(NAME [PATH folder] MODULES names... HOSTED names... [HOSTED_LINUX names...] [HOSTED_WIN32 names...]
+#     NEEDS rooms...)
 #
 # A room is one static library made of the portable files of its folder (MODULES) and the answers of the
-# host that is built for (HOSTED: name_linux.cpp or name_win32.cpp, HOSTED_LINUX, HOSTED_WIN32: what that host
+# host that is built for (HOSTED: name_linux.cpp or name_win32.cpp, HOSTED_LINUX and HOSTED_WIN32: what that host
 # alone has). It links only the rooms that it needs, so that an upward call does not link.
 function(agent_room NAME)
     cmake_parse_arguments(ROOM "" "PATH" "MODULES;HOSTED;HOSTED_LINUX;HOSTED_WIN32;NEEDS" ${ARGN})

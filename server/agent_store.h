@@ -48,6 +48,12 @@ struct stored_delivery {
     std::vector<stored_result> fresh;
 };
 
+// An action that an administrator has ordered of an agent.
+struct action_order {
+    int64_t id = 0;
+    std::string name;
+};
+
 struct agent_store {
     virtual ~agent_store() = default;
 
@@ -83,6 +89,17 @@ struct agent_store {
     [[nodiscard]] virtual const char *settle_delivery(int64_t agent_id, int64_t number) = 0;
     // The agent has started afresh: nothing of what it held before can come again.
     [[nodiscard]] virtual const char *settle_agent(int64_t agent_id) = 0;
+
+    // Actions. An order is handed out once: what becomes of it on the way, it does not come again, since
+    // nobody wants a program started twice.
+    [[nodiscard]] virtual const char *take_orders(int64_t agent_id, int64_t now,
+                                                  std::vector<action_order> *out) = 0;
+    // The agent has read these orders.
+    [[nodiscard]] virtual const char *note_orders_taken(const std::vector<action_order> &orders,
+                                                        int64_t now) = 0;
+    // The agent has read an acknowledgement, with which it prunes the actions that it had taken before.
+    [[nodiscard]] virtual const char *note_orders_pruned(int64_t agent_id, int64_t now,
+                                                         std::vector<action_order> *out) = 0;
 
     [[nodiscard]] virtual const char *save_downtime(int64_t agent_id, int32_t minutes, int64_t now) = 0;
 };

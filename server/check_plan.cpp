@@ -126,7 +126,7 @@ std::optional<check_conf> plan_check(const policy &rules, const offered_device &
                                              : std::nullopt;
     }
     std::optional<check_kind> kind = kind_of(offered.what.type);
-    check_rule rule = rule_for(rules, plain_check_name(offered.path));
+    check_rule rule = rule_for(rules, plain_check_name(offered.path), offered.what.comment);
     if (!kind || !is_wanted(rule)) return std::nullopt;
     return check_conf{.frequency = rule.frequency.value_or(USUAL_FREQUENCY_S),
                       .id = offered.what.id,

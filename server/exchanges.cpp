@@ -48,6 +48,20 @@ bool upgrade_is_due(const session &s, std::optional<int32_t> build) {
     return s.ports.upgrade != nullptr && s.ports.upgrade->is_due(s.agent.id, build, s.now());
 }
 
+void tell_of_orders(session &s, const std::vector<action_order> &orders, action_step step) {
+    for (const action_order &order : orders)
+        s.ports.observer->action(s.agent, order.name, step);
+}
+
+// The orders count as sent before they are, so that none can come twice.
+const char *add_orders(session &s, checkin_resp *reply) {
+    if (auto *failure = s.ports.store->take_orders(s.agent.id, s.now(), &s.orders)) return failure;
+    for (const action_order &order : s.orders)
+        reply->actions.push_back(order.name);
+    tell_of_orders(s, s.orders, action_step::sent);
+    return nullptr;
+}
+
 const char *answer_checkin(session &s, uint32_t tag) {
     if (!s.skew) return "a checkin without the exchange of time before it";
     record_reader reader = s.reader();
@@ -55,6 +69,8 @@ const char *answer_checkin(session &s, uint32_t tag) {
     arrived.results = read_checkin_req(reader, tag);
     if (reader.failure() != nullptr) return reader.failure();
     checkin_resp reply = {.ack = keep_delivery(s, arrived)};
+    s.acknowledged = reply.ack;
+    if (auto *failure = add_orders(s, &reply)) return failure;
     reply.scan = scan_is_due(s);
     reply.conf_changed = reply.scan || s.agent.configured_by != s.ports.rules->fingerprint;
     if (reply.scan) {
@@ -193,10 +209,25 @@ const char *answer_message(session &s, uint32_t tag) {
     return format_error("a message with tag %u, which is no agent's", tag);
 }
 
+// An acknowledgement lets the agent prune what it had started before this answer.
+static const char *confirm_orders(session &s) {
+    std::vector<action_order> pruned;
+    if (s.acknowledged)
+        if (auto *failure = s.ports.store->note_orders_pruned(s.agent.id, s.now(), &pruned)) return failure;
+    s.acknowledged = false;
+    tell_of_orders(s, pruned, action_step::pruned);
+    if (s.orders.empty()) return nullptr;
+    if (auto *failure = s.ports.store->note_orders_taken(s.orders, s.now())) return failure;
+    tell_of_orders(s, s.orders, action_step::taken);
+    s.orders.clear();
+    return nullptr;
+}
+
 const char *confirm_answer(session &s) {
     if (s.unsettled != 0)
         if (auto *failure = s.ports.store->settle_delivery(s.agent.id, s.unsettled)) return failure;
     s.unsettled = 0;
+    if (auto *failure = confirm_orders(s)) return failure;
     if (s.upgrade_under_way) {
         s.ports.upgrade->note_taken(s.agent.id, s.now());
         s.ports.observer->upgraded(s.agent, s.ports.upgrade->package().build());

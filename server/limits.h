@@ -18,9 +18,9 @@ inline constexpr uint32_t SEPARATOR_LIMIT = 1024;
 inline constexpr uint32_t CLAUSE_LIMIT = 1024;
 inline constexpr uint32_t DESTINATION_LIMIT = 32;
 
-// Lists. A host with every performance counter stays far below.
+// Lists. A host with every performance counter and thousands of processes stays below half of that.
 inline constexpr size_t MAX_GROUP_DEPTH = 32;
-inline constexpr size_t MAX_DEVICES = 100'000; // groups count as well
+inline constexpr size_t MAX_DEVICES = 200'000; // groups count as well
 inline constexpr size_t MAX_HOST_LINES = 2'000;
 inline constexpr size_t MAX_DESCRIPTIONS = 200;
 inline constexpr size_t MAX_RESULTS = 200'000;
@@ -28,7 +28,7 @@ inline constexpr size_t MAX_SKIP_DEPTH = 64; // of nested values that nobody kno
 
 // Memory. A delivery after trouble is 50 results of at most 64 KiB each, which always fits: an agent whose
 // delivery was too big falls back to that.
-inline constexpr size_t CONNECTION_MEMORY = 48U << 20;
+inline constexpr size_t CONNECTION_MEMORY = 96U << 20;
 inline constexpr size_t TOTAL_MEMORY = 512U << 20;
 
 // Messages of one connection behind its opening. The longest exchange has five.

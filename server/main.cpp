@@ -118,6 +118,17 @@ int allow_rekey(const server_options &options) {
     return EXIT_GOOD;
 }
 
+int order_action(const server_options &options) {
+    sqlite_store store;
+    std::string label;
+    if (auto *failure = store.open(options.store)) return trouble(failure);
+    if (auto *failure = store.order_action(options.agent, options.action, time_now(), &label))
+        return trouble(failure);
+    printf("%s is ordered to start %s, and gets the order at its next checkin\n", label.c_str(),
+           options.action.c_str());
+    return EXIT_GOOD;
+}
+
 int run(const server_options &options) {
     switch (options.what) {
     case command::help:
@@ -128,6 +139,8 @@ int run(const server_options &options) {
         return EXIT_GOOD;
     case command::summary:
         return show_summary(options);
+    case command::action:
+        return order_action(options);
     case command::rekey:
         return allow_rekey(options);
     default:

@@ -9,6 +9,7 @@
 const char *const USAGE = R"(usage: tnserver [--listen ADDRESS:PORT] [--store FILE] [--policy FILE] [--watch]
                 [--upgrade FILE [--upgrade-build NUMBER]]
        tnserver summary [--store FILE] [--require FAMILY,FAMILY...]
+       tnserver action [--store FILE] AGENT NAME
        tnserver rekey [--store FILE] AGENT DOMAIN
        tnserver policy
 
@@ -22,6 +23,7 @@ Without a command, serves agents until it is interrupted.
 
 summary shows what a store holds, by family of checks. It ends with 1 when a family that is checked, or one that
 is required, has no result that is not an error.
+action orders an agent, NAME or NAME@DOMAIN, to start one of the actions that it offers.
 rekey lets an agent that has lost its key make a new one, once.
 policy prints the built-in policy, to start an own one from.
 )";
@@ -43,13 +45,21 @@ constexpr option_row WITH_VALUE[] = {
 struct command_row {
     const char *name;
     command what;
-    size_t words; // arguments that are no options
+    std::vector<std::string server_options::*> words; // arguments that are no options
+    const char *missing;                              // said where there are too few
 };
 
-constexpr command_row COMMANDS[] = {
-    {"summary", command::summary, 0},
-    {"rekey", command::rekey, 2},
-    {"policy", command::print_policy, 0},
+const command_row COMMANDS[] = {
+    {"summary", command::summary, {}, ""},
+    {"action",
+     command::action,
+     {&server_options::agent, &server_options::action},
+     "action needs the names of the agent and of the action"},
+    {"rekey",
+     command::rekey,
+     {&server_options::agent, &server_options::domain},
+     "rekey needs the name of the agent and its domain"},
+    {"policy", command::print_policy, {}, ""},
 };
 
 std::vector<std::string> split_list(const std::string &text) {
@@ -94,24 +104,29 @@ const char *take_option(const std::vector<std::string> &arguments, size_t *at, s
     return build.empty() ? nullptr : take_build(build, &out->upgrade_build);
 }
 
-size_t words_of(command what) {
+// Serving has no word of its own.
+const command_row *find_command(const std::string &name) {
     for (const command_row &row : COMMANDS)
-        if (row.what == what) return row.words;
-    return 0;
+        if (name == row.name) return &row;
+    return nullptr;
+}
+
+const char *take_words(const command_row *row, const std::vector<std::string> &words, server_options *out) {
+    size_t wanted = row == nullptr ? 0 : row->words.size();
+    if (words.size() > wanted) return format_error("\"%s\" is too much", words[wanted].c_str());
+    if (words.size() < wanted) return row->missing;
+    for (size_t i = 0; i < wanted; i++)
+        out->*row->words[i] = words[i];
+    return nullptr;
 }
 
 } // namespace
 
 const char *parse_options(const std::vector<std::string> &arguments, server_options *out) {
     std::vector<std::string> words;
-    size_t at = 0;
-    for (const command_row &row : COMMANDS)
-        if (!arguments.empty() && arguments[0] == row.name) {
-            out->what = row.what;
-            at = 1;
-        }
-    size_t wanted = words_of(out->what);
-    for (; at < arguments.size(); at++) {
+    const command_row *row = arguments.empty() ? nullptr : find_command(arguments[0]);
+    if (row != nullptr) out->what = row->what;
+    for (size_t at = row == nullptr ? 0 : 1; at < arguments.size(); at++) {
         if (arguments[at].empty() || arguments[at][0] != '-')
             words.push_back(arguments[at]);
         else if (auto *failure = take_option(arguments, &at, out))
@@ -119,12 +134,7 @@ const char *parse_options(const std::vector<std::string> &arguments, server_opti
     }
     if (out->what == command::help) return nullptr;
     if (out->upgrade_build != 0 && out->upgrade.empty()) return "--upgrade-build needs --upgrade";
-    if (words.size() > wanted) return format_error("\"%s\" is too much", words[wanted].c_str());
-    if (words.size() < wanted) return "rekey needs the name of the agent and its domain";
-    if (wanted == 2) {
-        out->agent = words[0];
-        out->domain = words[1];
-    }
+    if (auto *failure = take_words(row, words, out)) return failure;
     std::string host;
     std::string port;
     return split_address(out->listen, &host, &port) ? nullptr : "--listen needs ADDRESS:PORT";

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-enum class command { serve, summary, rekey, print_policy, help };
+enum class command { serve, summary, action, rekey, print_policy, help };
 
 struct server_options {
     command what = command::serve;
@@ -16,7 +16,9 @@ struct server_options {
     int32_t upgrade_build = 0; // 0 for what the file names
     bool watch = false;
     std::vector<std::string> require; // families, for the summary
-    std::string agent, domain;        // for rekey
+    std::string agent;                // for rekey and action
+    std::string domain;               // for rekey
+    std::string action;
 };
 
 extern const char *const USAGE;

@@ -44,6 +44,149 @@ name = "system.uptime"
 frequency = "60 s"
 warn_low = "10 min"
 
+# Load, as numbers to look back at. Of the hundreds of counters the others are for a policy of one's own.
+[[check]]
+name = "perf.System.Processes"
+frequency = "60 s"
+
+[[check]]
+name = "perf.System.Processor Queue Length"
+frequency = "30 s"
+
+[[check]]
+name = "perf.Memory.Pages/sec"
+frequency = "30 s"
+
+# Programs that most hosts cannot do without.
+[[check]]
+name = "proc.systemd"
+frequency = "60 s"
+alert_values = [0]
+
+[[check]]
+name = "proc.sshd"
+frequency = "60 s"
+alert_values = [0]
+
+[[check]]
+name = "proc.cron*"
+frequency = "60 s"
+warn_values = [0]
+
+[[check]]
+name = "proc.lsass.exe"
+frequency = "60 s"
+alert_values = [0]
+
+[[check]]
+name = "proc.services.exe"
+frequency = "60 s"
+alert_values = [0]
+
+# What ran when the host was scanned shall go on running.
+[[check]]
+name = "scm"
+comment = "The service is running"
+frequency = "60 s"
+warn_values = [0]
+
+[[check]]
+name = "ifthrough.*.Bytes Received/sec"
+frequency = "60 s"
+warn_high = "90 %"
+
+[[check]]
+name = "ifthrough.*.Bytes Sent/sec"
+frequency = "60 s"
+warn_high = "90 %"
+
+[[check]]
+name = "ifevents.*.Packets *Errors"
+frequency = "60 s"
+warn_high = "1"
+
+[[check]]
+name = "block.physical.*.idle"
+frequency = "60 s"
+warn_low = "5 %"
+
+[[check]]
+name = "block.physical.*.read_bytes"
+frequency = "60 s"
+
+[[check]]
+name = "block.physical.*.write_bytes"
+frequency = "60 s"
+
+[[check]]
+name = "block.physical.*.total_queue_length"
+frequency = "60 s"
+
+[[check]]
+name = "block.physical.*.sec_*"
+frequency = "60 s"
+warn_high = "0.5"
+
+# Drives: beyond its lifetime, and about to fail.
+[[check]]
+name = "smart"
+frequency = "10 min"
+warn_values = [1]
+alert_values = [2]
+
+# Enclosures. A slot may be empty.
+[[check]]
+name = "safte.*.slot.*"
+frequency = "2 min"
+warn_values = [1, 2, 7]
+alert_values = [3]
+
+[[check]]
+name = "safte.*.fan.*"
+frequency = "2 min"
+warn_values = [2]
+alert_values = [1]
+
+[[check]]
+name = "safte.*.psu.*"
+frequency = "2 min"
+warn_values = [1, 4]
+alert_values = [2, 3]
+
+[[check]]
+name = "safte.*.temp.*"
+frequency = "2 min"
+warn_high = "50"
+alert_high = "60"
+
+# Sensors of the board. What of their numbers is too much, each board knows for itself; what has two states or is
+# a drive bay is told here.
+[[check]]
+name = "ipmisens"
+frequency = "2 min"
+
+[[check]]
+name = "ipmisens.chassisstatus.*"
+alert_values = [1]
+
+[[check]]
+name = "ipmisens.E04.*.S0D.*"
+warn_values = [1, 2]
+alert_values = [3]
+
+# Volumes: without all of their drives or too hot, and failed. One that is expanding is well.
+[[check]]
+name = "csmiplus"
+frequency = "2 min"
+warn_values = [2, 3, 4, 5, 8]
+alert_values = [1, 6, 7, 9, 11]
+
+# Programs of the host's own administrator: a failure of one that says yes or no is an alert.
+[[check]]
+name = "custom"
+frequency = "60 s"
+alert_values = [0]
+
 # Any log: a record a line. What looks like an error is an alert, what looks like a warning is one, and of the
 # rest nothing is told.
 [[log]]
@@ -91,10 +234,11 @@ const char *load_policy(const std::string &path, policy *out) {
     return nullptr;
 }
 
-check_rule rule_for(const policy &rules, const std::string &check_name) {
+check_rule rule_for(const policy &rules, const std::string &check_name, const std::string &comment) {
     check_rule found = {.pattern = check_name};
     for (const check_rule &rule : rules.rules) {
         if (!name_matches(rule.pattern, check_name)) continue;
+        if (rule.comment && !name_matches(*rule.comment, comment)) continue;
         override_with(found.enabled, rule.enabled);
         override_with(found.frequency, rule.frequency);
         override_with(found.warn_low, rule.warn_low);

@@ -12,10 +12,11 @@
 #include <string>
 #include <vector>
 
-// What is wanted of the checks whose plain name matches the pattern. What is not said is left to earlier
-// rules.
+// What is wanted of the checks whose plain name matches the pattern, and whose device was offered with a
+// comment that matches the other one, if there is one. What is not said is left to earlier rules.
 struct check_rule {
     std::string pattern;
+    std::optional<std::string> comment;
     std::optional<bool> enabled;
     std::optional<int32_t> frequency; // seconds
     std::optional<limit_rule> warn_low, alert_low, warn_high, alert_high;
@@ -61,8 +62,8 @@ extern const char *const BUILT_IN_POLICY;
 // The built-in policy, and behind it the file at `path` unless that is empty.
 [[nodiscard]] const char *load_policy(const std::string &path, policy *out);
 
-// All that the rules say of one check.
-check_rule rule_for(const policy &rules, const std::string &check_name);
+// All that the rules say of one check, of a device with this comment.
+check_rule rule_for(const policy &rules, const std::string &check_name, const std::string &comment = "");
 
 // What is said of the log at this path, see log_path in server/check_path.h. Not enabled where nothing is.
 log_policy log_policy_for(const policy &rules, const std::string &path);

@@ -168,6 +168,9 @@ constexpr keyword<policy> SETTINGS[] = {
 constexpr keyword<check_rule> CHECK_KEYS[] = {
     {"name", [](const node &v, check_rule *r) { return parse_text_within(v, SIZE_MAX, &r->pattern); },
      "the name of a check, which may hold *"},
+    {"comment",
+     [](const node &v, check_rule *r) { return parse_text_within(v, SIZE_MAX, &r->comment.emplace()); },
+     "the comment of a device, which may hold *"},
     {"enabled", [](const node &v, check_rule *r) { return parse_bool(v, &r->enabled.emplace()); },
      "true or false"},
     {"frequency", [](const node &v, check_rule *r) { return parse_period(v, &r->frequency); }, A_PERIOD},

@@ -185,13 +185,32 @@ void record_writer::configure(const configure_resp &reply) {
     end();
 }
 
+// One group, since agents keep no other of a reply. A group has its groups ahead of its actions.
+void record_writer::action_groups(const std::vector<std::string> &names) {
+    begin(BE_SEQ);
+    if (!names.empty()) {
+        begin(BE_SEQ);
+        text(ID_LIMIT, "action");
+        begin(BE_SEQ);
+        end();
+        begin(BE_SEQ);
+        for (const std::string &name : names) {
+            begin(BE_SEQ);
+            text(ID_LIMIT, name);
+            end();
+        }
+        end();
+        end();
+    }
+    end();
+}
+
 void record_writer::checkin(const checkin_resp &reply) {
     begin(TAG_CHECKIN_RESP);
     boolean(reply.ack);
     boolean(reply.conf_changed);
     boolean(reply.upgrade);
-    begin(BE_SEQ); // the AgentActions, none so far
-    end();
+    action_groups(reply.actions);
     boolean(reply.scan);
     end();
 }

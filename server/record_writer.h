@@ -48,6 +48,7 @@ private:
     void log_body(const log_conf &log);
     void check(const check_conf &check);
     void groups(const std::vector<check_conf_group> &list);
+    void action_groups(const std::vector<std::string> &names);
     void servers(const std::vector<server_address> &list);
 
     io *stream;

@@ -169,5 +169,6 @@ struct configure_resp {
 
 struct checkin_resp {
     bool ack = false, conf_changed = false, upgrade = false;
+    std::vector<std::string> actions; // to be started by their names
     bool scan = false;
 };

@@ -6,6 +6,9 @@
 
 #include <string>
 
+// Sent in an answer, read by the agent, and gone from it, since it has been started.
+enum class action_step { sent, taken, pruned };
+
 struct server_observer {
     virtual ~server_observer() = default;
 
@@ -17,6 +20,8 @@ struct server_observer {
     // Results that were not there before.
     virtual void delivered(const agent_row &agent, const delivery &delivery,
                            const stored_delivery &stored) = 0;
+    // How far the order of an action has come.
+    virtual void action(const agent_row &agent, const std::string &name, action_step step) = 0;
     virtual void downtime(const agent_row &agent, int32_t minutes, int64_t until) = 0;
     // The agent has fetched the whole upgrade.
     virtual void upgraded(const agent_row &agent, int32_t build) = 0;

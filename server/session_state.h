@@ -18,7 +18,9 @@ struct session {
     int messages = 0; // behind the opening
     std::optional<int32_t> skew;
     bool scan_asked = false;
-    int64_t unsettled = 0; // number of the delivery whose acknowledgement is under way, or 0
+    int64_t unsettled = 0;            // number of the delivery whose acknowledgement is under way, or 0
+    bool acknowledged = false;        // the checkin whose answer is under way
+    std::vector<action_order> orders; // in the answer that is under way
     bool upgrade_under_way = false;
     std::string configured_now; // fingerprint of the policy whose checks are under way, or ""
 

@@ -29,12 +29,20 @@ public:
     const char *save_delivery(const delivery &delivery, stored_delivery *out) override;
     const char *settle_delivery(int64_t agent_id, int64_t number) override;
     const char *settle_agent(int64_t agent_id) override;
+    const char *take_orders(int64_t agent_id, int64_t now, std::vector<action_order> *out) override;
+    const char *note_orders_taken(const std::vector<action_order> &orders, int64_t now) override;
+    const char *note_orders_pruned(int64_t agent_id, int64_t now, std::vector<action_order> *out) override;
     const char *save_downtime(int64_t agent_id, int32_t minutes, int64_t now) override;
 
     // Lets an agent that has lost its key make a new one, once. `*out_found` tells whether there is such an
     // agent.
     [[nodiscard]] const char *allow_rekey(const std::string &name, const std::string &domain,
                                           bool *out_found);
+
+    // Orders an action of the agent "NAME" or "NAME@DOMAIN", which must offer it. `*out_label` is the agent's
+    // name with its domain. Fails where there is no such agent, more than one, or no such action.
+    [[nodiscard]] const char *order_action(const std::string &agent, const std::string &action, int64_t now,
+                                           std::string *out_label);
 
     // Removes the oldest results received before `limit`, a bounded number of them. `*out_more` tells whether
     // more of them may be left.

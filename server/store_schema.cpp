@@ -6,7 +6,7 @@
 
 // "tnsv", by which a store is told from other SQLite files.
 static constexpr int64_t APPLICATION_ID = 0x746E7376;
-static constexpr int64_t SCHEMA_VERSION = 1;
+static constexpr int64_t SCHEMA_VERSION = 2;
 
 static constexpr const char *SCHEMA = R"(
 CREATE TABLE agents (
@@ -115,31 +115,48 @@ CREATE TABLE downtimes (
 CREATE INDEX downtimes_of_agent ON downtimes (agent_id, ends_at);
 )";
 
+// What version 2 has added.
+static constexpr const char *ACTIONS = R"(
+CREATE TABLE actions (
+    id INTEGER PRIMARY KEY,
+    agent_id INTEGER NOT NULL REFERENCES agents ON DELETE CASCADE,
+    name TEXT NOT NULL,
+    ordered_at INTEGER NOT NULL,
+    sent_at INTEGER,
+    taken_at INTEGER,
+    pruned_at INTEGER
+);
+CREATE INDEX actions_waiting ON actions (agent_id) WHERE sent_at IS NULL;
+CREATE INDEX actions_held ON actions (agent_id) WHERE taken_at IS NOT NULL AND pruned_at IS NULL;
+)";
+
 static int64_t pragma(database &db, const char *sql) {
     query found(db, sql);
     return found.row() ? found.integer(0) : 0;
 }
 
-// Absent for an empty file and for a store that this program understands.
-static const char *judge_file(database &db, const std::string &path, bool *out_empty) {
+// Absent for an empty file, which has version 0, and for a store that this program understands.
+static const char *judge_file(database &db, const std::string &path, int64_t *out_version) {
     int64_t application = pragma(db, "PRAGMA application_id");
     int64_t version = pragma(db, "PRAGMA user_version");
     int64_t tables = pragma(db, "SELECT count(*) FROM sqlite_master");
     if (auto *failure = db.take_failure()) return format_error("%s: %s", path.c_str(), failure);
-    *out_empty = application == 0 && version == 0 && tables == 0;
-    if (!*out_empty && application != APPLICATION_ID)
+    bool is_empty = application == 0 && version == 0 && tables == 0;
+    *out_version = is_empty ? 0 : version;
+    if (!is_empty && application != APPLICATION_ID)
         return format_error("%s is not a store of this program", path.c_str());
     if (version > SCHEMA_VERSION)
         return format_error("the store %s was made by a newer tnserver", path.c_str());
     return nullptr;
 }
 
-static const char *make_tables(database &db) {
+static const char *make_tables(database &db, int64_t version) {
     transaction work(db, transaction::durability::durable);
-    db.run(SCHEMA);
-    static_assert(APPLICATION_ID == 1953395574 && SCHEMA_VERSION == 1);
+    if (version < 1) db.run(SCHEMA);
+    db.run(ACTIONS);
+    static_assert(APPLICATION_ID == 1953395574 && SCHEMA_VERSION == 2);
     db.run("PRAGMA application_id = 1953395574");
-    db.run("PRAGMA user_version = 1");
+    db.run("PRAGMA user_version = 2");
     return work.commit();
 }
 
@@ -148,18 +165,22 @@ const char *sqlite_store::open(const std::string &path) {
     if (path != ":memory:")
         if (auto *failure = prepare_store_file(path)) return failure;
     if (auto *failure = db.open(path, database::access::read_write)) return failure;
-    bool empty = false;
-    if (auto *failure = judge_file(db, path, &empty)) return failure;
+    int64_t version = 0;
+    if (auto *failure = judge_file(db, path, &version)) return failure;
     db.run("PRAGMA foreign_keys = ON");
     { query(db, "PRAGMA journal_mode = WAL").row(); }
-    if (empty)
-        if (auto *failure = make_tables(db)) return failure;
+    if (version < SCHEMA_VERSION)
+        if (auto *failure = make_tables(db, version)) return failure;
     return db.take_failure();
 }
 
 const char *open_store_for_reading(const std::string &path, database *out) {
-    bool empty = false;
+    int64_t version = 0;
     if (auto *failure = out->open(path, database::access::read_only)) return failure;
-    if (auto *failure = judge_file(*out, path, &empty)) return failure;
-    return empty ? format_error("%s is empty", path.c_str()) : nullptr;
+    if (auto *failure = judge_file(*out, path, &version)) return failure;
+    if (version == 0) return format_error("%s is empty", path.c_str());
+    if (version < SCHEMA_VERSION)
+        return format_error("the store %s was made by an older tnserver: let this one serve with it first",
+                            path.c_str());
+    return nullptr;
 }

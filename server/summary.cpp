@@ -10,6 +10,7 @@
 namespace {
 
 constexpr size_t SILENT_CHECKS_SHOWN = 20;
+constexpr int64_t ORDERS_SHOWN = 20;
 
 using families_by_name = std::map<std::string, family_summary>;
 
@@ -55,6 +56,31 @@ std::vector<std::string> find_silent_checks(database &store) {
     return names;
 }
 
+std::vector<order_summary> find_orders(database &store) {
+    std::vector<order_summary> orders;
+    query row(store, "SELECT agents.name, actions.name, ordered_at, coalesce(sent_at, 0),"
+                     " coalesce(taken_at, 0), coalesce(pruned_at, 0) FROM actions"
+                     " JOIN agents ON agents.id = actions.agent_id ORDER BY actions.id DESC LIMIT ?");
+    row.with(ORDERS_SHOWN);
+    while (row.row())
+        orders.insert(orders.begin(), {.agent = row.text(0),
+                                       .action = row.text(1),
+                                       .ordered_at = row.integer(2),
+                                       .sent_at = row.integer(3),
+                                       .taken_at = row.integer(4),
+                                       .pruned_at = row.integer(5)});
+    return orders;
+}
+
+std::string order_text(const order_summary &order) {
+    std::string text = "  " + time_text(order.ordered_at) + "  " + shown(order.agent, 64) + ": " +
+                       shown(order.action, 64) + ", ";
+    if (order.sent_at == 0) return text + "waits for the agent's next checkin\n";
+    if (order.taken_at == 0) return text + "sent; whether the agent has taken it is not known\n";
+    text += "taken " + time_text(order.taken_at);
+    return order.pruned_at == 0 ? text + "\n" : text + ", pruned " + time_text(order.pruned_at) + "\n";
+}
+
 std::string row_text(const std::string &name, const family_summary &row) {
     int64_t results = row.valid_results() + row.results[3];
     char text[160];
@@ -77,6 +103,17 @@ family_summary total_of(const store_summary &summary) {
     return total;
 }
 
+std::string silent_checks_text(const std::vector<std::string> &names) {
+    if (names.empty()) return "";
+    std::string text = "\nchecks without a result so far:\n";
+    size_t shown_count = std::min(names.size(), SILENT_CHECKS_SHOWN);
+    for (size_t i = 0; i < shown_count; i++)
+        text += "  " + shown(names[i]) + "\n";
+    if (size_t more = names.size() - shown_count; more > 0)
+        text += "  and " + std::to_string(more) + " more\n";
+    return text;
+}
+
 std::string head_text(const store_summary &summary) {
     std::string text = std::to_string(summary.agents) + (summary.agents == 1 ? " agent" : " agents");
     if (summary.first_result == 0) return text + ", no results yet\n";
@@ -95,6 +132,7 @@ const char *summarize(database &store, store_summary *out) {
     count_checks(store, families);
     count_results(store, families);
     out->silent_checks = find_silent_checks(store);
+    out->orders = find_orders(store);
     for (auto &[name, family] : families) {
         family.name = name;
         out->families.push_back(family);
@@ -108,13 +146,10 @@ std::string summary_text(const store_summary &summary) {
     for (const family_summary &family : summary.families)
         text += row_text(family.name, family);
     if (summary.families.size() > 1) text += row_text("together", total_of(summary));
-    if (summary.silent_checks.empty()) return text;
-    text += "\nchecks without a result so far:\n";
-    size_t shown_count = std::min(summary.silent_checks.size(), SILENT_CHECKS_SHOWN);
-    for (size_t i = 0; i < shown_count; i++)
-        text += "  " + shown(summary.silent_checks[i]) + "\n";
-    if (size_t more = summary.silent_checks.size() - shown_count; more > 0)
-        text += "  and " + std::to_string(more) + " more\n";
+    text += silent_checks_text(summary.silent_checks);
+    if (!summary.orders.empty()) text += "\nordered actions:\n";
+    for (const order_summary &order : summary.orders)
+        text += order_text(order);
     return text;
 }
 

@@ -17,11 +17,18 @@ struct family_summary {
     int64_t valid_results() const { return results[0] + results[1] + results[2]; }
 };
 
+// An order of an action, with the times of its steps; 0 for those that are still to come.
+struct order_summary {
+    std::string agent, action;
+    int64_t ordered_at = 0, sent_at = 0, taken_at = 0, pruned_at = 0;
+};
+
 struct store_summary {
     int64_t agents = 0;
     int64_t first_result = 0, last_result = 0; // when they arrived, 0 for never
     std::vector<family_summary> families;      // by name
     std::vector<std::string> silent_checks;    // configured ones without any result
+    std::vector<order_summary> orders;         // the latest
 };
 
 [[nodiscard]] const char *summarize(database &store, store_summary *out);

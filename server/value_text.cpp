@@ -33,6 +33,11 @@ std::string number_text(double number) {
                                                                     : formatted("%.6g", number);
 }
 
+// A time that is measured in fractions, as that of a read, says nothing as a clock.
+bool is_short_time(double number, const std::string &unit) {
+    return unit == "s" && std::fabs(number) < 60;
+}
+
 std::string number_in_unit(double number, const std::string &unit) {
     if (unit == "kB") return size_text(number);
     if (unit == "%") return formatted("%.2f %%", number / 100);
@@ -59,8 +64,10 @@ std::string duration_text(int64_t seconds) {
 
 std::string value_text(const result_value &value, const std::string &unit) {
     if (auto *number = std::get_if<int32_t>(&value)) return number_in_unit(*number, unit);
-    if (auto *real = std::get_if<double>(&value))
-        return std::isfinite(*real) ? number_in_unit(*real, unit) : formatted("%f", *real);
+    if (auto *real = std::get_if<double>(&value)) {
+        if (!std::isfinite(*real)) return formatted("%f", *real);
+        return is_short_time(*real, unit) ? number_text(*real) + " s" : number_in_unit(*real, unit);
+    }
     if (auto *text = std::get_if<std::string>(&value)) return shown(*text);
     return "-";
 }

@@ -95,6 +95,13 @@ void watch::configured(const agent_row &agent, size_t checks) {
     print(clock(), label_of(agent), "is to perform " + counted(checks, "check"));
 }
 
+void watch::action(const agent_row &agent, const std::string &name, action_step step) {
+    static constexpr const char *words[] = {"is sent the order to start ", "has taken the order to start ",
+                                            "has started and pruned "};
+    std::lock_guard lock(mutex);
+    print(clock(), label_of(agent), words[static_cast<size_t>(step)] + shown(name, 128));
+}
+
 void watch::downtime(const agent_row &agent, int32_t minutes, int64_t until) {
     std::lock_guard lock(mutex);
     print(clock(), label_of(agent),

@@ -3,13 +3,22 @@
 #include "core/os_arch.h"
 #include "core/schedule.h"
 #include "core/upgrade.h"
+#include "custom/action.h"
+#include "custom/custom_check.h"
 #include "devtree/check_table.h"
 #include "logcheck/log_check.h"
 #include "logcheck/log_rules.h"
 #include "logcheck/log_scan.h"
 #include "platform/fatal.h"
+#include "probes/hw/ipmi_sensors.h"
+#include "probes/hw/raid.h"
+#include "probes/hw/safte.h"
+#include "probes/hw/smart.h"
+#include "probes/os/disks.h"
 #include "probes/os/drives.h"
+#include "probes/os/interfaces.h"
 #include "probes/os/memory.h"
+#include "probes/os/perf_browse.h"
 #include "probes/os/perf_counter.h"
 #include "probes/os/processes.h"
 #include "probes/os/services.h"
@@ -23,18 +32,18 @@ static check_entry rows[] = {
     {"mem", scan_meminfo, check_mem, 0},
     {"system", scan_system, check_system, 0},
     {"proc", scan_processes, check_process, 0},
-    {"smart", nullptr, nullptr, 0},
-    {"ifthrough", nullptr, nullptr, 0},
-    {"ifevents", nullptr, nullptr, 0},
-    {"custom", nullptr, nullptr, 0},
+    {"smart", scan_smart_ide, check_smart, 0},
+    {"ifthrough", scan_ifthroughput, check_ifthrough, 0},
+    {"ifevents", nullptr, check_ifthrough, 0},
+    {"custom", scan_custom, check_custom, 0},
     {"log", scan_log, check_log, CHECK_SELF_QUEUE},
     {"scm", scan_services, check_service, 0},
-    {"perf", nullptr, check_perfcnt, 0},
-    {"action", nullptr, nullptr, 0},
-    {"safte", nullptr, nullptr, 0},
-    {"ipmisens", nullptr, nullptr, 0},
-    {"csmiplus", nullptr, nullptr, 0},
-    {"block", nullptr, nullptr, 0},
+    {"perf", scan_perfcnts, check_perfcnt, 0},
+    {"action", scan_action, check_action, 0},
+    {"safte", scan_safte, check_safte, 0},
+    {"ipmisens", scan_ipmi_sensors, check_ipmi_sensor, 0},
+    {"csmiplus", scan_raid, check_raid, 0},
+    {"block", scan_block_devices, check_block, 0},
     {},
 };
 

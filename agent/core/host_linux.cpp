@@ -3,6 +3,7 @@
 #include "core/command_pipe_ops.h"
 #include "core/parent_pipes_ops.h"
 #include "core/signals.h"
+#include "custom/custom_ops.h"
 #include "logcheck/log_scan_ops.h"
 #include "platform/clock.h"
 #include "platform/crash.h"
@@ -14,6 +15,11 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_channel_ops.h"
+#include "probes/hw/kernel_ops.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -51,9 +57,19 @@ void use_host() {
     processes_host = &processes_ops_host;
     services_host = &services_ops_host;
 
+    // probes of the hardware
+    ipmi_channel_host = &ipmi_channel_ops_host;
+    kernel_host = &kernel_ops_host;
+    raid_host = &raid_ops_host;
+    scsi_host = &scsi_ops_host;
+    smart_host = &smart_ops_host;
+
     // log checks
     log_scan_host = &log_scan_ops_host;
     log_path_style_in_force = log_scan_host->style;
+
+    // the administrator's programs
+    custom_host = &custom_ops_host;
 
     // the process and its neighbours
     command_pipe_host = &command_pipe_ops_host;

@@ -3,6 +3,7 @@
 #include "core/command_pipe_ops.h"
 #include "core/parent_pipes_ops.h"
 #include "core/signals.h"
+#include "custom/custom_ops.h"
 #include "logcheck/event_log_ops.h"
 #include "logcheck/log_scan_ops.h"
 #include "platform/clock.h"
@@ -15,6 +16,10 @@
 #include "platform/sockets_ops.h"
 #include "platform/threads.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_channel_ops.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
 #include "probes/os/memory_ops.h"
@@ -59,10 +64,19 @@ void use_host() {
     processes_host = &processes_ops_host;
     services_host = &services_ops_host;
 
+    // probes of the hardware
+    ipmi_channel_host = &ipmi_channel_ops_host;
+    raid_host = &raid_ops_host;
+    scsi_host = &scsi_ops_host;
+    smart_host = &smart_ops_host;
+
     // log checks
     event_log_host = &event_log_ops_host;
     log_scan_host = &log_scan_ops_host;
     log_path_style_in_force = log_scan_host->style;
+
+    // the administrator's programs
+    custom_host = &custom_ops_host;
 
     // the process and its neighbours
     command_pipe_host = &command_pipe_ops_host;

@@ -1,5 +1,6 @@
-#include "platform/crash.h"
+#include "platform/crash_linux.h"
 
+#include "platform/crash.h"
 #include "platform/text.h"
 
 #include <csignal>
@@ -15,6 +16,9 @@ static constexpr size_t STACK_SIZE = 64 * 1024;
 
 static char program_folder[PATH_MAX];
 
+static bool core_limit_raised;
+static rlim_t core_limit_before;
+
 // A core lands in the working directory. The signal is blocked until the return, and then has its default
 // effect.
 static void handle(int number) {
@@ -29,7 +33,16 @@ static void handle(int number) {
 static void allow_core() {
     rlimit limit;
     if (getrlimit(RLIMIT_CORE, &limit) != 0) return;
+    if (!core_limit_raised) core_limit_before = limit.rlim_cur;
+    core_limit_raised = true;
     limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_CORE, &limit);
+}
+
+void restore_core_limit() {
+    rlimit limit;
+    if (!core_limit_raised || getrlimit(RLIMIT_CORE, &limit) != 0) return;
+    limit.rlim_cur = core_limit_before;
     setrlimit(RLIMIT_CORE, &limit);
 }
 

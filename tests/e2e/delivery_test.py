@@ -2,7 +2,7 @@
 import random
 import signal
 
-from programs import POLICY, ProgramsTest, frequent, main, wait_until
+from programs import NOTHING_ELSE, POLICY, ProgramsTest, frequent, main, wait_until
 from proxy import Proxy, REPLY_TO_RESULTS, cut_at_byte, cut_at_turn, cut_behind_question, forward, trickle
 
 FREQUENT = POLICY + frequent("mem", 1)
@@ -108,7 +108,7 @@ class RegressionRun(ProgramsTest):
     START, STEPS, FREQUENCY, DEVICES = 1800000000, 40, 60, 5
 
     def test_leaves_its_curves_in_the_store_once_though_replies_are_lost(self):
-        server = self.new_server(policy="checkin = 10\n" + frequent("mem", self.FREQUENCY))
+        server = self.new_server(policy=f"checkin = 10\n{NOTHING_ELSE}" + frequent("mem", self.FREQUENCY))
         lost = []
 
         def lose_some(talk, from_server, data):

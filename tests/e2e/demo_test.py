@@ -37,22 +37,30 @@ class Demo(unittest.TestCase):
         wait_until(lambda: {"tnagent", "tnserver"} <= children(demo.pid).keys(), "both programs")
         return children(demo.pid)
 
-    def test_ends_by_itself_with_results_of_every_family(self):
-        demo = self.start(15)
-        told, _ = demo.communicate(timeout=PATIENCE_S)
+    def test_shows_results_of_every_family_rules_that_fire_and_an_action(self):
+        demo = self.start(40)
+        told, _ = demo.communicate(timeout=2 * PATIENCE_S)
         self.assertEqual(demo.returncode, 0, told)
         rows = {line.split()[0]: line.split()[1:] for line in told.splitlines() if line.split()}
-        for family in ("fs", "log", "mem", "system"):
+        for family in ("fs", "log", "mem", "proc", "system"):
             _, checks, results, *_, errors = map(int, rows[family])
             self.assertGreaterEqual(results, max(checks, 1), told)
             self.assertEqual(errors, 0, told)
+        self.assertGreaterEqual(int(rows["custom"][3]), 3, told)  # good ones
+        self.show_rules(told)
+        self.show_the_action(told)
 
-    def test_shows_a_rule_fire(self):
-        told, _ = self.start(25).communicate(timeout=PATIENCE_S)
+    def show_rules(self, told: str) -> None:
         lines = [line for line in told.splitlines() if "/app.log  " in line]
         self.assertTrue([line for line in lines if "  alert    " in line and "error: request" in line], told)
         self.assertTrue([line for line in lines if "  warning  " in line and "warning: request" in line], told)
         self.assertNotIn("served", told)
+
+    def show_the_action(self, told: str) -> None:
+        for step in ("is ordered to start", "has taken the order to start", "has started and pruned"):
+            self.assertIn(f"{step} note the time", told)
+        run = Path(programs.folder_of_programs) / "run"
+        self.assertRegex((run / "actions.log").read_text(), r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d, by order")
 
     def test_fails_where_the_agent_does(self):
         demo = self.start(30)

@@ -42,18 +42,29 @@ STOP_LIMIT_S = 2.0
 
 DOMAIN = "e2e"
 
+# Of what the machine offers nothing is checked but what a test asks for.
+NOTHING_ELSE = """
+[[check]]
+name = "*"
+enabled = false
+"""
+
 # Checks every few seconds, so that there is something to deliver; checkins only when a test forces them. The first
 # check of idle time takes a second, in which the agent hears nothing.
-POLICY = """
+POLICY = f"""
 checkin = "1 h"
+{NOTHING_ELSE}
 [[check]]
 name = "fs"
+enabled = true
 frequency = "3 s"
 [[check]]
 name = "mem"
+enabled = true
 frequency = "3 s"
 [[check]]
 name = "system.*"
+enabled = true
 frequency = "3 s"
 [[check]]
 name = "system.idle"
@@ -66,7 +77,7 @@ QUIET_POLICY = POLICY.replace("3 s", "1 h")
 
 def frequent(name: str, seconds: int) -> str:
     """More words of a policy: checks of this name every so many seconds."""
-    return f'[[check]]\nname = "{name}"\nfrequency = {seconds}\n'
+    return f'[[check]]\nname = "{name}"\nenabled = true\nfrequency = {seconds}\n'
 
 
 folder_of_programs = Path("build/linux")

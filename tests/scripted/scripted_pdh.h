@@ -13,6 +13,8 @@ struct scripted_pdh {
     void (*show)(double value);
     int32_t (*open_queries)();
     int32_t (*open_counters)();
+    // How often it was told to look anew for objects.
+    int32_t (*refreshes)();
     // Forgets all of it.
     void (*reset)();
 };

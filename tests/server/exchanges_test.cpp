@@ -618,6 +618,25 @@ TEST_F(exchanges, end_with_a_message_that_is_no_agents) {
     EXPECT_TRUE(observer.noted("a message with tag 91, which is no agent's"));
 }
 
+// Processes by the thousand, each with its counters, beside services, mounts and interfaces.
+TEST_F(exchanges, take_the_tree_of_a_very_large_host) {
+    constexpr int PROCESSES = 5000;
+    std::string counters;
+    for (int i = 0; i < 12; i++)
+        counters += encode_device("% Some Time of Counter " + std::to_string(i), 7, "1%", encode_hint(100));
+    std::string names;
+    std::string instances;
+    for (int i = 0; i < PROCESSES; i++) {
+        std::string name = "worker process " + std::to_string(i);
+        names += encode_device(name, 1, "", NO_HINT);
+        instances += encode_group(name, counters);
+    }
+    register_agent(encode_group("proc", names) +
+                   encode_group("perf", "", encode_group("Process", "", instances)));
+    EXPECT_EQ(rows("SELECT count(*) FROM devices"), std::vector<std::string>{std::to_string(PROCESSES * 13)});
+    EXPECT_FALSE(observer.noted("failed"));
+}
+
 TEST_F(exchanges, end_with_too_many_messages) {
     auto agent = open();
     for (int i = 0; i < MAX_MESSAGES; i++)

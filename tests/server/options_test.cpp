@@ -57,6 +57,10 @@ TEST(parse_options, knows_the_commands) {
     server_options options = parsed({"summary", "--store", "s", "--require", "fs,mem"});
     EXPECT_EQ(options.what, command::summary);
     EXPECT_EQ(options.require, (std::vector<std::string>{"fs", "mem"}));
+    options = parsed({"action", "web1", "--store", "s", "restart web"});
+    EXPECT_EQ(options.what, command::action);
+    EXPECT_EQ(options.agent, "web1");
+    EXPECT_EQ(options.action, "restart web");
     options = parsed({"rekey", "--store", "s", "web1", "office"});
     EXPECT_EQ(options.what, command::rekey);
     EXPECT_EQ(options.agent, "web1");
@@ -72,6 +76,7 @@ TEST(parse_options, refuses_what_it_does_not_know) {
     EXPECT_EQ(failure_of({"--store"}), "--store needs a value");
     EXPECT_EQ(failure_of({"--store", ""}), "--store needs a value");
     EXPECT_EQ(failure_of({"words"}), "\"words\" is too much");
+    EXPECT_EQ(failure_of({"action", "web1"}), "action needs the names of the agent and of the action");
     EXPECT_EQ(failure_of({"rekey", "web1"}), "rekey needs the name of the agent and its domain");
     EXPECT_EQ(failure_of({"rekey", "a", "b", "c"}), "\"c\" is too much");
     EXPECT_EQ(failure_of({"--listen", "localhost"}), "--listen needs ADDRESS:PORT");

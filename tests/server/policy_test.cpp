@@ -52,14 +52,53 @@ TEST(built_in_policy, is_what_the_documentation_tells) {
     EXPECT_TRUE(rules.servers.empty());
 }
 
-TEST(built_in_policy, knows_three_families) {
+TEST(built_in_policy, knows_every_family) {
     policy rules;
     regex_host = &regex_ops_host;
     EXPECT_SUCCESS(load_policy("", &rules));
     EXPECT_EQ(rule_for(rules, "fs./var").frequency, 60);
     EXPECT_EQ(rule_for(rules, "mem.phys").frequency, 30);
     EXPECT_EQ(rule_for(rules, "system.idle").frequency, 10);
-    EXPECT_FALSE(rule_for(rules, "proc.sshd").frequency);
+    for (const char *check :
+         {"proc.sshd", "ifthrough.eth0.Bytes Sent/sec", "ifevents.eth0.Packets Received Errors",
+          "block.physical.8.idle", "smart.PhysicalDrive0", "safte.scsi0:00:06:00.slot.0",
+          "ipmisens.E07.I01.S01.00:30", "csmiplus.cntrl:0.logical.lv:0.cciss:status", "custom.backup",
+          "perf.System.Processes"})
+        EXPECT_TRUE(rule_for(rules, check).frequency) << check;
+    EXPECT_FALSE(rule_for(rules, "proc.bash").frequency);
+    EXPECT_FALSE(rule_for(rules, "perf.Process.init.% Processor Time").frequency);
+}
+
+TEST(built_in_policy, leaves_services_alone_that_did_not_run) {
+    policy rules;
+    regex_host = &regex_ops_host;
+    EXPECT_SUCCESS(load_policy("", &rules));
+    EXPECT_EQ(rule_for(rules, "scm.ssh.service", "The service is running").frequency, 60);
+    EXPECT_FALSE(rule_for(rules, "scm.ssh.service", "The service is stopped").frequency);
+}
+
+TEST(built_in_policy, takes_states_of_hardware_by_their_meaning) {
+    using values = std::vector<uint32_t>;
+    policy rules;
+    regex_host = &regex_ops_host;
+    EXPECT_SUCCESS(load_policy("", &rules));
+    EXPECT_EQ(rule_for(rules, "smart.PhysicalDrive0").alert_values, values({2}));
+    EXPECT_EQ(rule_for(rules, "safte.scsi0:00:06:00.slot.0").alert_values, values({3}));
+    EXPECT_EQ(rule_for(rules, "safte.scsi0:00:06:00.fan.0").alert_values, values({1}));
+    EXPECT_EQ(rule_for(rules, "safte.scsi0:00:06:00.psu.1").alert_values, values({2, 3}));
+    EXPECT_EQ(rule_for(rules, "ipmisens.chassisstatus.drivefault").alert_values, values({1}));
+    EXPECT_EQ(rule_for(rules, "ipmisens.E04.I01.S0D.00:10:6F").alert_values, values({3}));
+    EXPECT_FALSE(rule_for(rules, "ipmisens.E07.I01.S01.00:30").alert_values);
+    EXPECT_EQ(rule_for(rules, "csmiplus.cntrl:0.logical.lv:0.cciss:status").alert_values,
+              values({1, 6, 7, 9, 11}));
+}
+
+TEST(rule_for, asks_for_the_comment_where_a_rule_has_one) {
+    policy rules = read("[[check]]\nname = \"scm\"\ncomment = \"*running\"\nfrequency = 9");
+    EXPECT_EQ(rule_for(rules, "scm.a", "is running").frequency, 9);
+    EXPECT_FALSE(rule_for(rules, "scm.a", "is running no more").frequency);
+    EXPECT_FALSE(rule_for(rules, "scm.a").frequency);
+    EXPECT_NE(failure_of("[[check]]\nname = \"a\"\ncomment = 5").find("comment"), std::string::npos);
 }
 
 TEST(read_policy, takes_settings_with_units) {

@@ -30,6 +30,11 @@ void noting_observer::delivered(const agent_row &, const delivery &delivery, con
         fresh.push_back(delivery.results[result.index]);
 }
 
+void noting_observer::action(const agent_row &agent, const std::string &name, action_step step) {
+    static constexpr const char *words[] = {"sent", "taken", "pruned"};
+    note("action " + agent.name + " " + name + " " + words[static_cast<size_t>(step)]);
+}
+
 void noting_observer::downtime(const agent_row &agent, int32_t minutes, int64_t until) {
     note("downtime " + agent.name + " " + std::to_string(minutes) + " " + std::to_string(until));
 }

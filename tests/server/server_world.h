@@ -22,6 +22,7 @@ struct noting_observer : server_observer {
     void offered(const agent_row &agent, size_t groups, size_t devices) override;
     void configured(const agent_row &agent, size_t checks) override;
     void delivered(const agent_row &agent, const delivery &delivery, const stored_delivery &stored) override;
+    void action(const agent_row &agent, const std::string &name, action_step step) override;
     void downtime(const agent_row &agent, int32_t minutes, int64_t until) override;
     void upgraded(const agent_row &agent, int32_t build) override;
     void refused(const std::string &agent, const std::string &address, const std::string &reason) override;

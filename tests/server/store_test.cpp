@@ -86,6 +86,30 @@ TEST_F(store_file, keeps_what_it_was_given) {
     EXPECT_EQ(after.proposed_key, "");
 }
 
+TEST_F(store_file, of_an_older_server_gets_what_it_lacks) {
+    {
+        sqlite_store store;
+        EXPECT_SUCCESS(store.open(path("a.db")));
+        propose(store, "web1");
+    }
+    database db;
+    EXPECT_SUCCESS(db.open(path("a.db"), database::access::read_write));
+    db.run("DROP TABLE actions");
+    db.run("PRAGMA user_version = 1");
+    EXPECT_EQ(db.take_failure(), nullptr);
+    database reader;
+    EXPECT_FAILURE(open_store_for_reading(path("a.db"), &reader),
+                   "the store " + path("a.db") +
+                       " was made by an older tnserver: let this one serve with it first");
+    sqlite_store store;
+    std::vector<action_order> orders;
+    agent_row agent;
+    EXPECT_SUCCESS(store.open(path("a.db")));
+    EXPECT_SUCCESS(store.find_agent("web1", "office", &agent));
+    EXPECT_NE(agent.id, 0);
+    EXPECT_SUCCESS(store.take_orders(agent.id, 1, &orders));
+}
+
 TEST_F(store_file, must_be_a_file) {
     sqlite_store store;
     EXPECT_FAILURE(store.open(folder), "cannot open the store " + folder.string() + ": Is a directory");
@@ -115,7 +139,7 @@ TEST_F(store_file, must_not_be_of_a_newer_program) {
     {
         database db;
         EXPECT_SUCCESS(db.open(path("a.db"), database::access::read_write));
-        db.run("PRAGMA user_version = 2");
+        db.run("PRAGMA user_version = 3");
     }
     sqlite_store store;
     EXPECT_FAILURE(store.open(path("a.db")), "the store " + path("a.db") + " was made by a newer tnserver");

@@ -23,6 +23,8 @@ TEST(value_text, gives_seconds_as_a_clock) {
     EXPECT_EQ(value_text(86399, "s"), "23:59:59");
     EXPECT_EQ(value_text(3 * 86400 + 4 * 3600 + 729, "s"), "3 d 04:12:09");
     EXPECT_EQ(value_text(-61, "s"), "-00:01:01");
+    EXPECT_EQ(value_text(0.0023, "s"), "0.0023 s");
+    EXPECT_EQ(value_text(60.4, "s"), "00:01:00");
 }
 
 TEST(value_text, leaves_other_units_as_they_are) {

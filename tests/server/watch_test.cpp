@@ -45,6 +45,15 @@ TEST_F(watching, gives_a_result_one_line) {
         "2001-09-09 01:46:45  web1@office     system.idle           alert            1.50 %  as usual\n");
 }
 
+TEST_F(watching, tells_the_steps_of_an_action_without_being_asked_for_results) {
+    watch shower = make(false);
+    for (action_step step : {action_step::sent, action_step::taken, action_step::pruned})
+        shower.action(agent, "backup", step);
+    EXPECT_EQ(printed(), "2001-09-09 01:46:40  web1@office     is sent the order to start backup\n"
+                         "2001-09-09 01:46:40  web1@office     has taken the order to start backup\n"
+                         "2001-09-09 01:46:40  web1@office     has started and pruned backup\n");
+}
+
 TEST_F(watching, aligns_results_of_every_status) {
     watch shower = make(true);
     for (uint32_t status : {0U, 1U, 2U}) {

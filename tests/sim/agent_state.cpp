@@ -5,6 +5,8 @@
 #include "core/options.h"
 #include "core/os_arch.h"
 #include "core/run_loop.h"
+#include "custom/action.h"
+#include "custom/custom_check.h"
 #include "devtree/fake_checks.h"
 #include "devtree/live_trees.h"
 #include "devtree/retention.h"
@@ -15,8 +17,11 @@
 #include "platform/fatal.h"
 #include "platform/sockets.h"
 #include "platform/waits.h"
+#include "probes/hw/ipmi_sensors.h"
+#include "probes/hw/raid.h"
+#include "probes/hw/safte.h"
 #include "probes/os/counter_names.h"
-#include "probes/os/counter_provider.h"
+#include "probes/os/counter_sources.h"
 #include "probes/os/drives.h"
 #include "probes/os/memory.h"
 #include "protocol/configure.h"
@@ -56,10 +61,15 @@ void forget_agent_state() {
     fake_checks_reset();
     retention_reset();
     counter_names_reset();
-    provider_reset();
+    counter_sources_reset();
     drives_reset();
+    close_controllers();
+    safte_reset();
+    ipmi_sensors_reset();
     memory_reset();
     log_conf_reset();
+    custom_check_reset();
+    action_reset();
 
     // state, settings and the ground floor
     var_reset();

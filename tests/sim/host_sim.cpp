@@ -8,6 +8,10 @@
 #include "platform/crash.h"
 #include "platform/registry.h"
 #include "platform/sockets_ops.h"
+#include "probes/hw/ipmi_channel_ops.h"
+#include "probes/hw/raid_ops.h"
+#include "probes/hw/scsi_ops.h"
+#include "probes/hw/smart_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -55,9 +59,18 @@ static void use_sim() {
     processes_host = &sim_processes;
     services_host = &sim_service_manager;
 
+    // probes of the hardware
+    ipmi_channel_host = &sim_ipmi_channel;
+    raid_host = &sim_raid;
+    scsi_host = &sim_scsi;
+    smart_host = &sim_smart;
+
     // log checks
     log_scan_host = &sim_log_scan;
     log_path_style_in_force = log_scan_host->style;
+
+    // the administrator's programs
+    custom_host = &sim_custom;
 
     // the process and its neighbours
     command_pipe_host = &sim_command_pipe;
@@ -151,6 +164,7 @@ void host_sim::bury_agent() {
     scheduler.kill_tasks(true);
     forget_agent_state();
     sim_services_bury();
+    programs.bury();
     network.close_sockets();
     disk.open_files.clear();
 }

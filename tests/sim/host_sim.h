@@ -13,9 +13,11 @@
 #include "core/signals.h"
 #include "sim/sim_calls.h"
 #include "sim/sim_disk.h"
+#include "sim/sim_hardware.h"
 #include "sim/sim_neighbours.h"
 #include "sim/sim_network.h"
 #include "sim/sim_probes.h"
+#include "sim/sim_programs.h"
 #include "sim/sim_running.h"
 #include "sim/sim_scheduler.h"
 #include "wire/scripted_server.h"
@@ -51,6 +53,8 @@ struct host_sim {
     sim_disk disk;
     sim_probes probes;
     sim_running running;
+    sim_programs programs;
+    sim_hardware hardware;
 
     // Time. The wall clock can be set, which moves no deadline.
     int64_t wall_offset = SIM_START;

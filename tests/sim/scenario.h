@@ -25,6 +25,7 @@ struct scenario : testing::Test {
         EXPECT_EQ(sim.exit_status, 0);
         EXPECT_EQ(sim.blocks_at_end, 0U) << "blocks that the agent has not freed";
         EXPECT_EQ(sim.events_at_end, 0U) << "events that the agent has not closed";
+        EXPECT_EQ(sim.programs.open_at_end, 0) << "programs and pipes that the agent has not closed";
     }
 
     // Starts the agent with these checks configured, and waits until they run: the server has seen the tree.

@@ -1,5 +1,8 @@
 #include "sim/sim_probes.h"
 
+#include "platform/heap.h"
+#include "platform/text.h"
+#include "probes/hw/ipmi_channel_ops.h"
 #include "probes/os/counter_provider.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/host_info_ops.h"
@@ -85,10 +88,49 @@ static std::string stat_text() {
     char text[256];
     snprintf(text, sizeof text,
              "cpu  %lld 0 0 %lld 0 0 0 0 0 0\ncpu0 %lld 0 0 %lld 0 0 0 0 0 0\nctxt %lld\nprocesses "
-             "100\nprocs_running 1\n",
+             "100\nprocs_running 1\nintr 1000\n",
              ticks - idle, idle, ticks - idle, idle, ticks * 5);
     return text;
 }
+
+// 1000 bytes and 10 packets a second each way; a disk that reads 8 times a second.
+static std::string interface_text() {
+    long long s = the_sim->scheduler.now_ms / 1000;
+    char text[256];
+    snprintf(text, sizeof text, "eth0: %lld %lld 0 0 0 0 0 0 %lld %lld 0 0 0 0 0 0\n", s * 1000, s * 10,
+             s * 1000, s * 10);
+    return text;
+}
+
+static std::string disk_text() {
+    long long s = the_sim->scheduler.now_ms / 1000;
+    char text[256];
+    snprintf(text, sizeof text, "8 0 sda %lld 0 %lld %lld 0 0 0 0 0 %lld %lld\n", s * 8, s * 64, s * 100,
+             s * 100, s * 100);
+    return text;
+}
+
+static constexpr const char *PROTOCOL_TEXT =
+    "Ip: InReceives InHdrErrors InAddrErrors ForwDatagrams InUnknownProtos InDiscards InDelivers OutRequests "
+    "OutDiscards OutNoRoutes ReasmReqds ReasmOKs ReasmFails FragOKs FragFails FragCreates\n"
+    "Ip: 1 0 0 0 0 0 1 1 0 0 0 0 0 0 0 0\n"
+    "Tcp: ActiveOpens PassiveOpens AttemptFails EstabResets CurrEstab InSegs OutSegs RetransSegs\n"
+    "Tcp: 1 1 0 0 2 1 1 0\n"
+    "Udp: InDatagrams NoPorts InErrors OutDatagrams\n"
+    "Udp: 1 0 0 1\n";
+
+// Paths and what they hold, beside those that change with the time.
+static const std::map<std::string, std::string> still_texts = {
+    {"/proc/", "1\n"},
+    {"/proc/1/stat", "1 (init) S 0 1 1 0 -1 0 9 0 0 0 1 1 0 0 20 0 1 0 1 4096 1\n"},
+    {"/proc/interrupts", "      CPU0\n  0:  1000 timer\n"},
+    {"/proc/loadavg", "0.00 0.00 0.00 1/100 1\n"},
+    {"/proc/meminfo", "MemTotal: 8388608 kB\nMemAvailable: 2097152 kB\nCommitLimit: 8388608 kB\n"},
+    {"/proc/net/snmp", PROTOCOL_TEXT},
+    {"/proc/swaps", "Filename Type Size Used Priority\n"},
+    {"/proc/vmstat", "pgfault 1000\n"},
+    {"/sys/class/net/eth0/speed", "1000\n"},
+};
 
 static int64_t sim_read_source(const char *path, char *buffer, size_t size) {
     if (sim_fails("read_source", path)) return -1;
@@ -97,6 +139,12 @@ static int64_t sim_read_source(const char *path, char *buffer, size_t size) {
         text = stat_text();
     else if (strcmp(path, "/proc/uptime") == 0)
         text = std::to_string(the_sim->scheduler.now_ms / 1000 + 100) + ".00 0.00\n";
+    else if (strcmp(path, "/proc/net/dev") == 0)
+        text = interface_text();
+    else if (strcmp(path, "/proc/diskstats") == 0)
+        text = disk_text();
+    else if (auto found = still_texts.find(path); found != still_texts.end())
+        text = found->second;
     else
         return -1;
     size_t count = std::min(text.size(), size);
@@ -134,7 +182,63 @@ static uint32_t sim_adapters(adapter_facts *out, uint32_t *) {
     return 0;
 }
 
-const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source, .ticks = sim_ticks};
+static uint32_t sim_page_size() {
+    return 4096;
+}
+
+static uint32_t sim_clock_rate() {
+    return 100;
+}
+
+const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source,
+                                                 .ticks = sim_ticks,
+                                                 .page_size = sim_page_size,
+                                                 .clock_rate = sim_clock_rate};
+
+// ---- the BMC: the service is there, and nothing behind it
+
+// Every object of it; nobody looks inside.
+static wmi_object *const sim_object = reinterpret_cast<wmi_object *>(&the_sim);
+
+static uint32_t sim_give(const char *name, wmi_object **out) {
+    if (sim_fails(name)) return WBEM_FAILED;
+    *out = sim_object;
+    return WBEM_OK;
+}
+
+static uint32_t sim_start_com() {
+    return sim_fails("CoInitialize") ? WBEM_FAILED : WBEM_OK;
+}
+
+static uint32_t sim_secure_com() {
+    return sim_fails("CoInitializeSecurity") ? WBEM_FAILED : WBEM_OK;
+}
+
+static void sim_stop_com() {
+    sim_note("CoUninitialize");
+}
+
+static uint32_t sim_locator(wmi_object **locator) {
+    return sim_give("CoCreateInstance", locator);
+}
+
+static wide_text *sim_wide_text(const char *text) {
+    return sim_fails("SysAllocString", text) ? nullptr : reinterpret_cast<wide_text *>(text_copy(text));
+}
+
+static void sim_free_wide_text(wide_text *text) {
+    heap_free(text);
+}
+
+static uint32_t sim_connect_wmi(wmi_object *, wide_text *, wmi_object **services) {
+    return sim_give("ConnectServer", services);
+}
+
+static uint32_t sim_no_class(wmi_object *, wide_text *, wmi_object **) {
+    return sim_fails("CreateInstanceEnum") ? WBEM_FAILED : WBEM_INVALID_PARAMETER;
+}
+
+static void sim_release(wmi_object *) {}
 
 const drives_ops sim_drives = {
     .drive_root = sim_drive_root,
@@ -154,6 +258,18 @@ const host_info_ops sim_host_info = {
     .GetAdaptersInfo = sim_adapters,
 };
 
+const ipmi_channel_ops sim_ipmi_channel = {
+    .CoInitialize = sim_start_com,
+    .CoUninitialize = sim_stop_com,
+    .CoInitializeSecurity = sim_secure_com,
+    .CoCreateInstance = sim_locator,
+    .SysAllocString = sim_wide_text,
+    .SysFreeString = sim_free_wide_text,
+    .ConnectServer = sim_connect_wmi,
+    .CreateInstanceEnum = sim_no_class,
+    .Release = sim_release,
+};
+
 const memory_ops sim_memory = {
     .GetModuleHandleA = sim_has_module,
     .GetProcAddress = sim_has_function,
@@ -171,4 +287,7 @@ const perf_counter_ops sim_counters = {
     .PdhLookupPerfNameByIndexA = provider_name_by_index,
     .PdhLookupPerfIndexByNameA = provider_index_by_name,
     .RegQueryValueExA = provider_query_value,
+    .PdhEnumObjectsA = provider_enum_objects,
+    .PdhEnumObjectItemsA = provider_enum_object_items,
+    .PdhGetCounterInfoA = provider_counter_info,
 };

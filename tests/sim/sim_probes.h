@@ -1,4 +1,5 @@
-// What the probes find on a simulated host: two volumes, some memory, a processor, a network adapter.
+// What the probes find on a simulated host: two volumes, some memory, a processor, a network adapter, a
+// disk.
 #pragma once
 
 #include <cstdint>
@@ -28,10 +29,12 @@ struct sim_probes {
 struct counter_sources_ops;
 struct drives_ops;
 struct host_info_ops;
+struct ipmi_channel_ops;
 struct memory_ops;
 struct perf_counter_ops;
 extern const counter_sources_ops sim_counter_sources;
 extern const drives_ops sim_drives;
 extern const host_info_ops sim_host_info;
+extern const ipmi_channel_ops sim_ipmi_channel; // without a BMC
 extern const memory_ops sim_memory;
 extern const perf_counter_ops sim_counters;

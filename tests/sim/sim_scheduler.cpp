@@ -77,6 +77,19 @@ void sim_scheduler::sleep_until(int64_t deadline_ms) {
     wait_until([] { return false; }, deadline_ms);
 }
 
+void sim_scheduler::yield() {
+    sim_task *self = current;
+    if (self->killed && std::uncaught_exceptions() > 0) return;
+    if (!self->killed) {
+        self->ready = [] { return true; };
+        self->deadline = NEVER;
+        std::unique_lock held(lock);
+        pass_baton();
+        self->turn.wait(held, [&] { return current == self; });
+    }
+    if (self->killed) throw task_killed{};
+}
+
 void sim_scheduler::wake_at(int64_t moment_ms) {
     moments.insert(moment_ms);
 }
@@ -102,7 +115,8 @@ sim_task *sim_scheduler::choose_next() {
         std::vector<sim_task *> able;
         for (sim_task &task : tasks)
             if (can_go_on(&task)) able.push_back(&task);
-        if (!able.empty()) return able.size() == 1 ? able[0] : able[chance() % able.size()];
+        if (able.size() == 1) return able[0];
+        if (!able.empty()) return able[choose ? choose(able.size()) : chance() % able.size()];
         if (advance_clock()) continue;
         stuck = true;
         return &tasks.front();

@@ -48,6 +48,11 @@ struct sim_scheduler {
     // somebody else has the baton.
     bool wait_until(const std::function<bool()> &ready, int64_t deadline_ms);
     void sleep_until(int64_t deadline_ms);
+    // Lets whoever can go on do so, the caller among them.
+    void yield();
+
+    // Chooses among so many that can go on, from 0 up; drawn from the seed where it is not set.
+    std::function<size_t(size_t count)> choose;
 
     // Somebody's `ready` may change at this moment by itself.
     void wake_at(int64_t moment_ms);

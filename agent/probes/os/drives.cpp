@@ -1,11 +1,11 @@
 #include "probes/os/drives.h"
 
+#include "devtree/scan_device.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/text.h"
 #include "probes/os/drives_ops.h"
 #include "probes/os/rounding.h"
-#include "probes/os/scan_device.h"
 
 #include <cstring>
 

@@ -33,6 +33,9 @@ bool parse_meminfo(const char *text, meminfo *out) {
     out->swap_total = read_bytes(text, "SwapTotal:");
     out->swap_free = std::min(read_bytes(text, "SwapFree:"), out->swap_total);
     out->committed = read_bytes(text, "Committed_AS:");
+    out->commit_limit = read_bytes(text, "CommitLimit:");
+    out->cached = read_bytes(text, "Cached:");
+    out->unreclaimable = read_bytes(text, "SUnreclaim:");
     return out->total > 0;
 }
 

@@ -12,6 +12,9 @@ struct meminfo {
     uint64_t swap_total;
     uint64_t swap_free;
     uint64_t committed; // promised to programs
+    uint64_t commit_limit;
+    uint64_t cached;        // pages of files
+    uint64_t unreclaimable; // the kernel's own
 };
 
 // False where the text does not tell the total and something to work out the available memory from.

@@ -24,9 +24,19 @@ static int64_t list_folder(const char *path, char *buffer, size_t size) {
     return static_cast<int64_t>(length);
 }
 
+// The kernel refuses as invalid to read a value that there is none of, as the speed of a link that is down.
+static int64_t read_file(const char *path, char *buffer, size_t size) {
+    int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0) return -1;
+    int64_t length = read_to_end(file, buffer, size);
+    if (length < 0 && errno == EINVAL) length = 0;
+    close(file);
+    return length;
+}
+
 static int64_t read_source(const char *path, char *buffer, size_t size) {
     bool folder = path[strlen(path) - 1] == '/';
-    return folder ? list_folder(path, buffer, size) : read_host_file(path, buffer, size);
+    return folder ? list_folder(path, buffer, size) : read_file(path, buffer, size);
 }
 
 static uint64_t ticks() {
@@ -35,7 +45,16 @@ static uint64_t ticks() {
     return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
-const counter_sources_ops counter_sources_ops_host = {.read_source = read_source, .ticks = ticks};
+static uint32_t page_size() {
+    return static_cast<uint32_t>(sysconf(_SC_PAGESIZE));
+}
+
+static uint32_t clock_rate() {
+    return static_cast<uint32_t>(sysconf(_SC_CLK_TCK));
+}
+
+const counter_sources_ops counter_sources_ops_host = {
+    .read_source = read_source, .ticks = ticks, .page_size = page_size, .clock_rate = clock_rate};
 
 const perf_counter_ops perf_counter_ops_host = {
     .PdhOpenQueryA = provider_open_query,
@@ -47,4 +66,7 @@ const perf_counter_ops perf_counter_ops_host = {
     .PdhLookupPerfNameByIndexA = provider_name_by_index,
     .PdhLookupPerfIndexByNameA = provider_index_by_name,
     .RegQueryValueExA = provider_query_value,
+    .PdhEnumObjectsA = provider_enum_objects,
+    .PdhEnumObjectItemsA = provider_enum_object_items,
+    .PdhGetCounterInfoA = provider_counter_info,
 };

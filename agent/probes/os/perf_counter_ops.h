@@ -17,6 +17,7 @@ enum : uint32_t {
     PDH_CSTATUS_NO_MACHINE = 0x800007D0,
     PDH_MORE_DATA = 0x800007D2,
     PDH_NO_DATA = 0x800007D5,
+    PDH_CSTATUS_NO_OBJECT = 0xC0000BB8,
     PDH_CSTATUS_NO_COUNTER = 0xC0000BB9,
     PDH_MEMORY_ALLOCATION_FAILURE = 0xC0000BBB,
     PDH_INVALID_HANDLE = 0xC0000BBC,
@@ -49,7 +50,29 @@ struct perf_counter_ops {
     // A value of HKEY_PERFORMANCE_DATA. `*size` holds the buffer's size before and the value's behind the
     // call; ERROR_MORE_DATA says that the buffer is too small, or another system error code.
     uint32_t (*RegQueryValueExA)(const char *name, char *buffer, uint32_t *size);
+
+    // What there is to count, as texts behind each other, each with its end, and an empty one behind the
+    // last; nothing above the detail level. The sizes hold those of the buffers before and those that are
+    // needed behind the call, PDH_MORE_DATA says that a buffer is too small or absent. `refresh` makes the
+    // host look anew. A host that lacks one of these three functions gives PDH_FUNCTION_NOT_FOUND.
+    uint32_t (*PdhEnumObjectsA)(char *objects, uint32_t *size, uint32_t detail, bool refresh);
+    // The counters and the instances of an object, by its national name. Instances of one name stand there as
+    // often as they are.
+    uint32_t (*PdhEnumObjectItemsA)(const char *object, char *counters, uint32_t *counter_size,
+                                    char *instances, uint32_t *instance_size, uint32_t detail);
+    // A counter's description: bytes that begin as counter_description.
+    uint32_t (*PdhGetCounterInfoA)(pdh_counter *counter, uint32_t *size, void *description);
 };
+
+struct counter_description {
+    uint32_t length;
+    uint32_t type; // the type word
+};
+
+inline constexpr uint32_t DETAIL_NOVICE = 100;
+inline constexpr uint32_t DETAIL_ADVANCED = 200;
+inline constexpr uint32_t DETAIL_EXPERT = 300;
+inline constexpr uint32_t DETAIL_WIZARD = 400;
 
 extern const perf_counter_ops perf_counter_ops_host;
 extern const perf_counter_ops *perf_counter_host;

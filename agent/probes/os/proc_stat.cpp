@@ -22,6 +22,14 @@ uint64_t program_time(const processor_times &times) {
     return times.user + times.nice;
 }
 
+uint64_t interrupt_time(const processor_times &times) {
+    return times.irq;
+}
+
+uint64_t soft_interrupt_time(const processor_times &times) {
+    return times.softirq;
+}
+
 bool parse_processor_times(const char *stat, const char *processor, processor_times *out) {
     bool all = text_equal(processor, ALL_PROCESSORS);
     char key[PROCESSOR_NAME_SIZE + 4];
@@ -106,4 +114,10 @@ bool parse_processor_interrupts(const char *interrupts, const char *processor, u
     }
     *out = sum;
     return any;
+}
+
+bool has_processor_column(const char *interrupts, const char *processor) {
+    uint32_t column = 0;
+    uint32_t columns = 0;
+    return find_column(interrupts, processor, &column, &columns);
 }

@@ -18,6 +18,8 @@ uint64_t total_time(const processor_times &times);
 uint64_t idle_time(const processor_times &times);
 uint64_t kernel_time(const processor_times &times);
 uint64_t program_time(const processor_times &times);
+uint64_t interrupt_time(const processor_times &times);
+uint64_t soft_interrupt_time(const processor_times &times);
 
 // The times of one processor by its number ("0"), or of ALL_PROCESSORS, out of /proc/stat. Kernels that know
 // fewer kinds of time leave the last ones 0.
@@ -31,3 +33,6 @@ uint32_t count_processors(const char *stat);
 // The interrupts that one processor has served, out of /proc/interrupts. Rows that do not count by processor
 // are left out.
 bool parse_processor_interrupts(const char *interrupts, const char *processor, uint64_t *out);
+
+// Whether that table counts for this processor, by its headline alone.
+bool has_processor_column(const char *interrupts, const char *processor);

@@ -1,10 +1,10 @@
 #include "probes/os/processes.h"
 
+#include "devtree/scan_device.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/text.h"
 #include "probes/os/processes_ops.h"
-#include "probes/os/scan_device.h"
 #include "settings/settings.h"
 
 const processes_ops *processes_host;

@@ -1,9 +1,9 @@
 #include "probes/os/services.h"
 
+#include "devtree/scan_device.h"
 #include "platform/agent_log.h"
 #include "platform/errors.h"
 #include "platform/text.h"
-#include "probes/os/scan_device.h"
 #include "probes/os/services_ops.h"
 
 #include <algorithm>

@@ -126,16 +126,17 @@ TEST(broken_stat, gives_shares_between_0_and_100) {
     }
     EXPECT_GT(valid, 10) << "else nothing was tested";
     provider_close_query(query);
+    counter_sources_reset();
     EXPECT_EQ(host.blocks, 0);
 }
 
 TEST(broken_sources, give_every_counter_a_sample_or_none) {
-    for (const counter_object &object : counter_objects) {
-        for (const counter_row &row : object.counters) {
-            if (std::string(row.source).ends_with('/')) continue;
+    for (const counter_object *object : counter_objects) {
+        for (const counter_row &row : object->counters) {
+            if (strpbrk(row.source, "*:") != nullptr || std::string(row.source).ends_with('/')) continue;
             cut_everywhere(row.source, [&](const std::string &text) {
                 counter_sample sample = {};
-                const char *instance = object.list_instances != nullptr ? "1" : nullptr;
+                const char *instance = object->list_instances != nullptr ? "1" : nullptr;
                 bool read = row.read(text.c_str(), instance, &sample);
                 EXPECT_TRUE(!read || text.find('\n') != std::string::npos) << row.name;
             });

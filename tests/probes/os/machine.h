@@ -20,8 +20,11 @@ struct recorded_machine {
     recorded_machine(const recorded_machine &) = delete;
     recorded_machine &operator=(const recorded_machine &) = delete;
 
+    // Turns to another machine.
+    void use(const std::string &name);
     // The recorded text, unless `texts` holds another for this path.
     std::string text(const std::string &path) const;
+    bool has(const std::string &path) const;
     // Exchanges a part of a text, which must be there.
     void change(const std::string &path, const std::string &from, const std::string &to);
 
@@ -48,6 +51,7 @@ inline std::string names_in(const std::string &folder) {
 inline int64_t read_recorded(const char *path, char *buffer, size_t size) {
     the_machine->reads.emplace_back(path);
     if (the_machine->unreadable.contains(path)) return -1;
+    if (!the_machine->has(path)) return -1;
     std::string text = the_machine->text(path);
     size_t length = std::min(size, text.size());
     memcpy(buffer, text.data(), length);
@@ -58,7 +62,18 @@ inline uint64_t recorded_ticks() {
     return the_machine->now;
 }
 
-inline const counter_sources_ops recorded_sources = {.read_source = read_recorded, .ticks = recorded_ticks};
+inline uint32_t recorded_page_size() {
+    return 4096;
+}
+
+inline uint32_t recorded_clock_rate() {
+    return 100;
+}
+
+inline const counter_sources_ops recorded_sources = {.read_source = read_recorded,
+                                                     .ticks = recorded_ticks,
+                                                     .page_size = recorded_page_size,
+                                                     .clock_rate = recorded_clock_rate};
 
 inline const perf_counter_ops recorded_counter_ops = {
     .PdhOpenQueryA = provider_open_query,
@@ -70,15 +85,24 @@ inline const perf_counter_ops recorded_counter_ops = {
     .PdhLookupPerfNameByIndexA = provider_name_by_index,
     .PdhLookupPerfIndexByNameA = provider_index_by_name,
     .RegQueryValueExA = provider_query_value,
+    .PdhEnumObjectsA = provider_enum_objects,
+    .PdhEnumObjectItemsA = provider_enum_object_items,
+    .PdhGetCounterInfoA = provider_counter_info,
 };
+
+inline void recorded_machine::use(const std::string &name) {
+    folder = TEST_DATA "/machines/" + name;
+    counter_sources_reset();
+}
 
 inline recorded_machine::recorded_machine(std::string name) : folder(TEST_DATA "/machines/" + name) {
     the_machine = this;
     counter_sources_host = &recorded_sources;
-    provider_reset();
+    counter_sources_reset();
 }
 
 inline recorded_machine::~recorded_machine() {
+    counter_sources_reset();
     counter_sources_host = nullptr;
     the_machine = nullptr;
 }
@@ -93,6 +117,10 @@ inline std::string recorded_text(const std::string &path) {
 inline std::string recorded_machine::text(const std::string &path) const {
     if (auto found = texts.find(path); found != texts.end()) return found->second;
     return path.ends_with('/') ? names_in(folder + path) : recorded_text(folder + path);
+}
+
+inline bool recorded_machine::has(const std::string &path) const {
+    return texts.contains(path) || std::filesystem::exists(folder + path);
 }
 
 inline void recorded_machine::change(const std::string &path, const std::string &from,

@@ -1,4 +1,4 @@
-#include "probes/os/scan_device.h"
+#include "devtree/scan_device.h"
 
 #include "platform/fatal.h"
 #include "platform/text.h"

@@ -1,0 +1,19 @@
+// The devices by which the administrator's programs are offered.
+#pragma once
+
+#include "devtree/devtree.h"
+
+struct custom_words {
+    const char *name; // also the id
+    uint32_t type;
+    const char *unit; // absent where it is not set
+    uint32_t description;
+};
+
+// A new device with copies of the words and an empty comment. Out of memory is fatal.
+devnode *new_custom_device(const custom_words &words);
+
+// Adds the devices to the top-level group of this id, which is made where it is missing and then owns them.
+// They are freed where memory is out, which is told.
+void offer_custom_devices(devtree *root, const char *id, const char *name, const char *name_template,
+                          devnode *devices);

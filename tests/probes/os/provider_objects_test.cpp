@@ -1,0 +1,396 @@
+// What the counters of each object are worked out from.
+#include "fakes/test_host.h"
+#include "probes/os/provider_fixture.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using disk_counters = provider;
+using drive_counters = provider;
+using network_counters = provider;
+using process_counters = provider;
+using memory_counters = provider;
+using processor_counters = provider;
+
+// One disk, of which the counts are reads, merged, sectors, ms; writes, merged, sectors, ms; in flight, busy,
+// weighted.
+std::string disk(const std::string &counts, const std::string &name = "8 0 sda ") {
+    return name + counts + "\n";
+}
+
+std::string task(const char *head, uint64_t user, uint64_t kernel) {
+    return std::string(head) + " S 1 5 6 7 -1 9 100 11 20 13 " + std::to_string(user) + " " +
+           std::to_string(kernel) + " 16 17 18 19 3 21 22 8192 2 25\n";
+}
+
+} // namespace
+
+TEST_F(disk_counters, tell_the_thirteen_figures_of_a_disk) {
+    const std::pair<const char *, double> rows[] = {
+        {"Disk Reads/sec", 50},    {"Disk Read Bytes/sec", 400 * 512},  {"Avg. Disk Read Queue Length", 0.1},
+        {"Disk Writes/sec", 25},   {"Disk Write Bytes/sec", 200 * 512}, {"Avg. Disk Write Queue Length", 0.3},
+        {"% Idle Time", 75},       {"Avg. Disk Queue Length", 0.5},     {"% Disk Read Time", 10},
+        {"% Disk Write Time", 30}, {"Avg. Disk sec/Read", 0.002},       {"Avg. Disk sec/Write", 0.012},
+        {"Split IO/Sec", 7.5},
+    };
+    for (auto [name, expected] : rows) {
+        machine.texts["/proc/diskstats"] = disk("1000 10 8000 500 500 20 4000 700 0 900 1200");
+        ASSERT_EQ(add((std::string("\\PhysicalDisk(2048 sda)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), INVALID_DATA) << name;
+        // Two seconds later.
+        machine.texts["/proc/diskstats"] = disk("1100 15 8800 700 550 30 4400 1300 4 1400 2200");
+        machine.now += 2 * SECOND;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(disk_counters, tell_further_figures) {
+    const std::pair<const char *, double> rows[] = {
+        {"% Disk Time", 40},
+        {"Current Disk Queue Length", 4},
+        {"Avg. Disk sec/Transfer", 800.0 / 150 / 1000},
+        {"Disk Transfers/sec", 75},
+        {"Disk Bytes/sec", 600 * 512},
+        {"Avg. Disk Bytes/Transfer", 1200.0 * 512 / 150},
+        {"Avg. Disk Bytes/Read", 8 * 512},
+        {"Avg. Disk Bytes/Write", 8 * 512},
+    };
+    for (auto [name, expected] : rows) {
+        machine.texts["/proc/diskstats"] = disk("1000 10 8000 500 500 20 4000 700 0 900 1200");
+        ASSERT_EQ(add((std::string("\\PhysicalDisk(2048 sda)\\") + name).c_str()), PDH_OK) << name;
+        sample();
+        machine.texts["/proc/diskstats"] = disk("1100 15 8800 700 550 30 4400 1300 4 1400 2200");
+        machine.now += 2 * SECOND;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(disk_counters, take_the_mean_of_shares_and_the_sum_of_rates) {
+    machine.texts["/proc/diskstats"] =
+        disk("0 0 0 0 0 0 0 0 0 0 0") + disk("0 0 0 0 0 0 0 0 0 0 0", "8 16 sdb ");
+    pdh_counter *idle = nullptr;
+    ASSERT_EQ(add("\\PhysicalDisk(_Total)\\% Idle Time"), PDH_OK);
+    idle = counter;
+    ASSERT_EQ(add("\\PhysicalDisk(_Total)\\Disk Reads/sec"), PDH_OK);
+    provider_collect(query);
+    machine.texts["/proc/diskstats"] =
+        disk("10 0 0 0 0 0 0 0 0 1000 0") + disk("20 0 0 0 0 0 0 0 0 500 0", "8 16 sdb ");
+    machine.now += SECOND;
+    EXPECT_DOUBLE_EQ(sample(), 30);
+    counter = idle;
+    EXPECT_DOUBLE_EQ(value(), 25);
+}
+
+TEST_F(disk_counters, end_with_their_disk) {
+    ASSERT_EQ(add("\\PhysicalDisk(2048 sda)\\Disk Reads/sec"), PDH_OK);
+    sample();
+    machine.texts["/proc/diskstats"] = disk("1 2 3 4 5 6 7 8 9 10 11", "8 0 sdb ");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA);
+    EXPECT_EQ(add("\\PhysicalDisk(2048 sda)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER);
+    EXPECT_EQ(add("\\PhysicalDisk()\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER);
+    EXPECT_EQ(add("\\PhysicalDisk(2049 sda1)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER) << "a partition";
+}
+
+TEST_F(drive_counters, tell_the_space_on_a_drive) {
+    ASSERT_EQ(add("\\LogicalDisk(/data)\\% Free Space"), PDH_OK);
+    EXPECT_DOUBLE_EQ(sample(), 200.0 / 3);
+    ASSERT_EQ(add("\\LogicalDisk(/)\\Free Megabytes"), PDH_OK);
+    EXPECT_DOUBLE_EQ(sample(), 2000.0 / 1048576);
+    EXPECT_EQ(add("\\LogicalDisk(/nowhere)\\Free Megabytes"), PDH_CSTATUS_NO_COUNTER);
+}
+
+TEST_F(drive_counters, have_no_data_without_their_drive) {
+    ASSERT_EQ(add("\\LogicalDisk(/data)\\Free Megabytes"), PDH_OK);
+    std::string table = machine.text("/proc/self/mountinfo");
+    machine.texts["/proc/self/mountinfo"] = table.substr(0, table.find('\n') + 1);
+    EXPECT_EQ(sample(), NO_DATA);
+    machine.texts["/proc/self/mountinfo"] = table;
+    EXPECT_DOUBLE_EQ(sample(), 2000.0 / 1048576);
+}
+
+TEST_F(network_counters, tell_both_ways_and_their_sum) {
+    const std::pair<const char *, double> rows[] = {
+        {"Bytes Received/sec", 100},
+        {"Packets Received/sec", 10},
+        {"Packets Received Errors", 1},
+        {"Packets Received Discarded", 2},
+        {"Packets Received Non-Unicast/sec", 3},
+        {"Packets Received Unicast/sec", 7},
+        {"Bytes Sent/sec", 200},
+        {"Packets Sent/sec", 20},
+        {"Packets Outbound Errors", 4},
+        {"Packets Outbound Discarded", 5},
+        {"Bytes Total/sec", 300},
+        {"Packets/sec", 30},
+    };
+    for (auto [name, expected] : rows) {
+        machine.texts["/proc/net/dev"] = "eth0: 1000 100 10 20 0 0 0 30 2000 200 40 50 0 0 0 0\n";
+        ASSERT_EQ(add((std::string("\\Network Interface(eth0)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), INVALID_DATA);
+        machine.texts["/proc/net/dev"] = "eth0: 1200 120 12 24 9 9 9 36 2400 240 48 60 9 9 9 9\n";
+        machine.now += 2 * SECOND;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(network_counters, start_over_when_a_driver_begins_at_0) {
+    ASSERT_EQ(add("\\Network Interface(eth0)\\Bytes Sent/sec"), PDH_OK);
+    sample();
+    machine.texts["/proc/net/dev"] = "eth0: 0 0 0 0 0 0 0 0 5 0 0 0 0 0 0 0\n";
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA);
+    machine.texts["/proc/net/dev"] = "eth0: 0 0 0 0 0 0 0 0 8 0 0 0 0 0 0 0\n";
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 3);
+}
+
+TEST_F(network_counters, tell_the_bandwidth_in_bits) {
+    machine.use("stacked");
+    const std::pair<const char *, double> rows[] = {
+        {"eth0", 1e9}, {"lan-to-office-1", 1e8}, {"bond0", 2e9}, {"eth0.100", 1e9},
+        {"wlan0", 0},  {"br-0f1e2d3c4b5a", 0},   {"ppp0", 0}};
+    for (auto [name, expected] : rows) {
+        ASSERT_EQ(add((std::string("\\Network Interface(") + name + ")\\Current Bandwidth").c_str()), PDH_OK);
+        EXPECT_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(network_counters, give_an_interface_without_a_speed_a_bandwidth_of_0) {
+    machine.use("stacked");
+    for (const char *name : {"lo", "wg\"0\"", "gr\xFCn(1)", "tap#1", "tun\\0"}) {
+        ASSERT_EQ(add((std::string("\\Network Interface(") + name + ")\\Current Bandwidth").c_str()), PDH_OK);
+        EXPECT_EQ(sample(), 0) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(network_counters, end_with_their_interface) {
+    ASSERT_EQ(add("\\Network Interface(eth0)\\Current Bandwidth"), PDH_OK);
+    EXPECT_EQ(sample(), 1e10);
+    machine.texts["/proc/net/dev"] = "lo: 0 0 0 0 0 0 0 0 5 0 0 0 0 0 0 0\n";
+    machine.unreadable = {"/sys/class/net/eth0/speed"};
+    EXPECT_EQ(sample(), NO_DATA);
+    EXPECT_EQ(add("\\Network Interface(eth0)\\Current Bandwidth"), PDH_CSTATUS_NO_COUNTER);
+}
+
+TEST_F(network_counters, tell_of_protocols) {
+    const std::pair<const char *, double> levels[] = {{"\\TCPv4\\Connections Established", 16},
+                                                      {"\\TCPv4\\Connections Active", 1300},
+                                                      {"\\TCPv4\\Connections Passive", 120},
+                                                      {"\\TCPv4\\Connection Failures", 14},
+                                                      {"\\TCPv4\\Connections Reset", 15},
+                                                      {"\\UDPv4\\Datagrams Received Errors", 22},
+                                                      {"\\IPv4\\Datagrams Received Header Errors", 1},
+                                                      {"\\IPv4\\Datagrams Received Address Errors", 2},
+                                                      {"\\IPv4\\Datagrams Received Unknown Protocol", 4},
+                                                      {"\\IPv4\\Datagrams Received Discarded", 5},
+                                                      {"\\IPv4\\Datagrams Outbound Discarded", 6},
+                                                      {"\\IPv4\\Datagrams Outbound No Route", 7},
+                                                      {"\\IPv4\\Fragment Re-assembly Failures", 10},
+                                                      {"\\IPv4\\Fragmentation Failures", 12}};
+    for (auto [path, expected] : levels) {
+        ASSERT_EQ(add(path), PDH_OK) << path;
+        EXPECT_EQ(sample(), expected) << path;
+        provider_remove_counter(counter);
+    }
+    const struct {
+        const char *path, *from, *to;
+        double expected;
+    } rates[] = {{"\\TCPv4\\Segments/sec", "88001 76001", "88011 76021", 30},
+                 {"\\TCPv4\\Segments Received/sec", "88001 76001", "88011 76021", 10},
+                 {"\\TCPv4\\Segments Sent/sec", "88001 76001", "88011 76021", 20},
+                 {"\\TCPv4\\Segments Retransmitted/sec", "76001 18", "76001 19", 1},
+                 {"\\UDPv4\\Datagrams/sec", "9001 21 22 8001", "9003 24 22 8005", 6},
+                 {"\\UDPv4\\Datagrams Received/sec", "9001 21 22 8001", "9003 24 22 8005", 2},
+                 {"\\UDPv4\\Datagrams Sent/sec", "9001 21 22 8001", "9003 24 22 8005", 4},
+                 {"\\UDPv4\\Datagrams No Port/sec", "9001 21 22 8001", "9003 24 22 8005", 3},
+                 {"\\IPv4\\Datagrams/sec", "98001 1 2 3 4 5 97000 78001", "98002 1 2 6 4 5 97004 78003", 3},
+                 {"\\IPv4\\Datagrams Received/sec", "98001 1", "98002 1", 1},
+                 {"\\IPv4\\Datagrams Sent/sec", "97000 78001", "97000 78003", 2},
+                 {"\\IPv4\\Datagrams Forwarded/sec", "1 2 3 4", "1 2 6 4", 3},
+                 {"\\IPv4\\Datagrams Received Delivered/sec", "5 97000", "5 97004", 4},
+                 {"\\IPv4\\Fragments Received/sec", "0 8 9", "0 13 9", 5},
+                 {"\\IPv4\\Fragments Re-assembled/sec", "8 9 10", "8 15 10", 6},
+                 {"\\IPv4\\Fragmented Datagrams/sec", "10 11 12", "10 18 12", 7},
+                 {"\\IPv4\\Fragments Created/sec", "12 13\n", "12 21\n", 8}};
+    std::string whole = machine.text("/proc/net/snmp");
+    for (const auto &row : rates) {
+        machine.texts["/proc/net/snmp"] = whole;
+        ASSERT_EQ(add(row.path), PDH_OK) << row.path;
+        sample();
+        machine.change("/proc/net/snmp", row.from, row.to);
+        machine.now += SECOND;
+        EXPECT_EQ(sample(), row.expected) << row.path;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, tell_of_one_process) {
+    machine.texts["/proc/4711/stat"] = task("4711 (sh)", 100, 50);
+    const std::pair<const char *, double> levels[] = {{"Working Set", 2 * 4096},
+                                                      {"Virtual Bytes", 8192},
+                                                      {"Thread Count", 3},
+                                                      {"ID Process", 4711},
+                                                      {"Creating Process ID", 1}};
+    for (auto [name, expected] : levels) {
+        ASSERT_EQ(add((std::string("\\Process(sh)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+    // Ticks of a hundredth of a second; two seconds.
+    const std::pair<const char *, double> shares[] = {
+        {"% Processor Time", 15}, {"% User Time", 10}, {"% Privileged Time", 5}};
+    for (auto [name, expected] : shares) {
+        machine.texts["/proc/4711/stat"] = task("4711 (sh)", 100, 50);
+        ASSERT_EQ(add((std::string("\\Process(sh)\\") + name).c_str()), PDH_OK) << name;
+        sample();
+        machine.texts["/proc/4711/stat"] = task("4711 (sh)", 120, 60);
+        machine.now += 2 * SECOND;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, never_rise_above_100) {
+    machine.texts["/proc/4711/stat"] = task("4711 (sh)", 100, 50);
+    ASSERT_EQ(add("\\Process(sh)\\% Processor Time"), PDH_OK);
+    sample();
+    machine.texts["/proc/4711/stat"] = task("4711 (sh)", 900, 50);
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 100) << "eight processors";
+}
+
+TEST_F(process_counters, count_faults_of_both_kinds) {
+    ASSERT_EQ(add("\\Process(init)\\Page Faults/sec"), PDH_OK);
+    sample();
+    machine.change("/proc/1/stat", "1041 0 3", "1046 0 4");
+    machine.now += 2 * SECOND;
+    EXPECT_EQ(sample(), 3);
+}
+
+TEST_F(process_counters, are_summed_over_all) {
+    ASSERT_EQ(add("\\Process(_Total)\\Thread Count"), PDH_OK);
+    EXPECT_EQ(sample(), 3);
+    ASSERT_EQ(add("\\Process(_Total)\\Working Set"), PDH_OK);
+    EXPECT_EQ(sample(), 3 * 412 * 4096.0);
+    ASSERT_EQ(add("\\Process(_Total)\\ID Process"), PDH_OK);
+    EXPECT_EQ(sample(), 0);
+}
+
+TEST_F(process_counters, tell_processes_of_one_name_apart) {
+    machine.use("stacked");
+    const std::pair<const char *, double> rows[] = {{"nginx", 401},  {"nginx#1", 402},  {"nginx#2", 403},
+                                                    {"java#1", 504}, {"(sd-pam)", 500}, {"a b)? c", 501}};
+    for (auto [name, expected] : rows) {
+        ASSERT_EQ(add((std::string("\\Process(") + name + ")\\ID Process").c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+    for (const char *none : {"nginx#3", "nginx#0", "nginx#01", "nginx#", "nginx#x", "nginx#-1", "Nginx",
+                             "java", "nginx#4294967297"})
+        EXPECT_EQ(add((std::string("\\Process(") + none + ")\\ID Process").c_str()), PDH_CSTATUS_NO_COUNTER)
+            << none;
+}
+
+TEST_F(process_counters, go_on_with_the_next_process_of_the_name) {
+    ASSERT_EQ(add("\\Process(sh)\\ID Process"), PDH_OK);
+    EXPECT_EQ(sample(), 4711);
+    machine.unreadable = {"/proc/4711/stat"};
+    machine.texts["/proc/"] = "1\n7\n815\n4711\n";
+    machine.texts["/proc/815/stat"] = task("815 (sh)", 1, 1);
+    EXPECT_EQ(sample(), 815);
+    EXPECT_EQ(sample(), 815);
+}
+
+TEST_F(process_counters, are_not_taken_from_a_process_of_another_name) {
+    ASSERT_EQ(add("\\Process(sh)\\% Processor Time"), PDH_OK);
+    sample();
+    machine.texts["/proc/4711/stat"] = task("4711 (bash)", 900, 900);
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA);
+    machine.texts["/proc/4711/stat"] = task("4711 (sh)", 900, 900);
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA) << "it starts over";
+}
+
+TEST_F(process_counters, take_names_that_share_a_line_feed) {
+    machine.use("stacked");
+    ASSERT_EQ(add("\\Process(a b)? c)\\Thread Count"), PDH_OK);
+    EXPECT_EQ(sample(), 1);
+}
+
+TEST_F(memory_counters, tell_of_memory_in_three_units) {
+    ASSERT_EQ(add("\\Memory\\Available KBytes"), PDH_OK);
+    EXPECT_EQ(sample(), 2514480);
+    ASSERT_EQ(add("\\Memory\\Available MBytes"), PDH_OK);
+    EXPECT_EQ(sample(), 2514480 / 1024.0);
+    machine.use("stacked");
+    const std::pair<const char *, double> rows[] = {{"Commit Limit", 2224084 * 1024.0},
+                                                    {"% Committed Bytes In Use", 90112 * 100.0 / 2224084},
+                                                    {"Cache Bytes", 150112 * 1024.0},
+                                                    {"Pool Nonpaged Bytes", 9000 * 1024.0}};
+    for (auto [name, expected] : rows) {
+        ASSERT_EQ(add((std::string("\\Memory\\") + name).c_str()), PDH_OK);
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+    }
+    machine.use("numa");
+    ASSERT_EQ(add("\\Memory\\% Committed Bytes In Use"), PDH_OK);
+    EXPECT_EQ(sample(), 100) << "more is promised than there is";
+}
+
+TEST_F(memory_counters, tell_which_way_pages_go) {
+    machine.use("stacked");
+    for (auto [name, expected] :
+         {std::pair<const char *, double>{"Pages Input/sec", 2}, {"Pages Output/sec", 5}, {"Pages/sec", 7}}) {
+        machine.texts.clear();
+        ASSERT_EQ(add((std::string("\\Memory\\") + name).c_str()), PDH_OK);
+        sample();
+        machine.change("/proc/vmstat", "pswpin 12", "pswpin 14");
+        machine.change("/proc/vmstat", "pswpout 34", "pswpout 39");
+        machine.now += SECOND;
+        EXPECT_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(memory_counters, tell_the_use_of_swap) {
+    machine.use("stacked");
+    ASSERT_EQ(add("\\Paging File(/dev/sda2)\\% Usage"), PDH_OK);
+    EXPECT_DOUBLE_EQ(sample(), 524287 * 100.0 / 2097148);
+    machine.use("numa");
+    ASSERT_EQ(add("\\Paging File(_Total)\\% Usage"), PDH_OK);
+    EXPECT_DOUBLE_EQ(sample(), (5123456.0 + 1873171) * 100 / (33554428.0 + 33554432));
+    machine.use("container");
+    EXPECT_EQ(add("\\Paging File(_Total)\\% Usage"), PDH_CSTATUS_NO_COUNTER);
+}
+
+TEST_F(memory_counters, count_threads_and_processes) {
+    for (const char *path : {"\\System\\Threads", "\\Objects\\Threads"}) {
+        ASSERT_EQ(add(path), PDH_OK);
+        EXPECT_EQ(sample(), 212);
+    }
+    ASSERT_EQ(add("\\Objects\\Processes"), PDH_OK);
+    EXPECT_EQ(sample(), 3);
+    for (const char *wrong : {"", "0 0 0 1 2\n", "0 0 0 1/\n", "0 0 0 1/2"}) {
+        machine.texts["/proc/loadavg"] = wrong;
+        ASSERT_EQ(add("\\System\\Threads"), PDH_CSTATUS_NO_COUNTER) << wrong;
+    }
+}
+
+TEST_F(processor_counters, share_the_time_of_interrupts) {
+    for (auto [name, expected] :
+         {std::pair<const char *, double>{"% Interrupt Time", 2}, {"% DPC Time", 3}}) {
+        set_times("100 100 100 100 100 100 100 100");
+        ASSERT_EQ(add((std::string("\\Processor(_Total)\\") + name).c_str()), PDH_OK);
+        sample();
+        set_times("110 105 120 150 106 102 103 104");
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
