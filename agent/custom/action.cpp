@@ -28,11 +28,8 @@ static void read_actions() {
 const char *scan_action(devtree *root) {
     read_actions();
     devnode *devices = nullptr;
-    for (const agent_action *action = actions; action != nullptr; action = action->next) {
-        devnode *device = new_custom_device({.name = action->name, .type = TYPE_ACTION, .unit = ""});
-        device->next = devices; // the list runs against the file
-        devices = device;
-    }
+    for (const agent_action *action = actions; action != nullptr; action = action->next) // against the file
+        add_custom_device(&devices, {.name = action->name, .type = TYPE_ACTION, .unit = ""});
     offer_custom_devices(root, "action", "AgentActions", "AgentAction %0r", devices);
     return nullptr;
 }

@@ -46,14 +46,11 @@ const char *scan_custom(devtree *root) {
     agent_log(LOG_DETAIL, "Scanning custom checks");
     read_checks();
     devnode *devices = nullptr;
-    for (const custom_check *check = checks; check != nullptr; check = check->next) {
-        devnode *device = new_custom_device({.name = check->name,
-                                             .type = offered_type(check),
-                                             .unit = offered_unit(check),
-                                             .description = DESCRIPTION_CUSTOM});
-        device->next = devices; // the list runs against the file
-        devices = device;
-    }
+    for (const custom_check *check = checks; check != nullptr; check = check->next) // against the file
+        add_custom_device(&devices, {.name = check->name,
+                                     .type = offered_type(check),
+                                     .unit = offered_unit(check),
+                                     .description = DESCRIPTION_CUSTOM});
     offer_custom_devices(root, "custom", "Custom AgentChecks", "Custom check %0r", devices);
     agent_log(LOG_DETAIL, "Scan of custom checks complete");
     return nullptr;

@@ -4,13 +4,26 @@
 #include "platform/fatal.h"
 #include "platform/text.h"
 
+#include <cstring>
+
 static char *copy_word(const char *word) {
     char *copy = text_copy(word);
     if (copy == nullptr && word != nullptr) fatal("alloc_devnode() ran out of memory!");
     return copy;
 }
 
-devnode *new_custom_device(const custom_words &words) {
+static constexpr size_t WORD_LIMIT = 128;
+
+static bool fits(const char *word) {
+    return word == nullptr || strlen(word) <= WORD_LIMIT;
+}
+
+void add_custom_device(devnode **list, const custom_words &words) {
+    if (!fits(words.name) || !fits(words.unit)) {
+        agent_log(LOG_WARNING, "\"%s\" is not offered: its name or unit has more than 128 characters",
+                  words.name);
+        return;
+    }
     devnode_guard device(alloc_devnode());
     device->id = copy_word(words.name);
     device->name = copy_word(words.name);
@@ -18,7 +31,8 @@ devnode *new_custom_device(const custom_words &words) {
     device->type = words.type;
     device->unit = copy_word(words.unit);
     device->description = words.description;
-    return device.release();
+    device->next = *list;
+    *list = device.release();
 }
 
 void offer_custom_devices(devtree *root, const char *id, const char *name, const char *name_template,

@@ -10,8 +10,10 @@ struct custom_words {
     uint32_t description;
 };
 
-// A new device with copies of the words and an empty comment. Out of memory is fatal.
-devnode *new_custom_device(const custom_words &words);
+// Puts a new device with copies of the words and an empty comment at the head of the list. Out of memory is
+// fatal. Words that are longer than the wire takes, which would keep all devices from the server, are told
+// and left out.
+void add_custom_device(devnode **list, const custom_words &words);
 
 // Adds the devices to the top-level group of this id, which is made where it is missing and then owns them.
 // They are freed where memory is out, which is told.

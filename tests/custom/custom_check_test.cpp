@@ -78,6 +78,18 @@ TEST_F(custom, checks_are_offered_in_the_order_of_the_file) {
     EXPECT_TRUE(host.logged(LOG_DETAIL, "Scan of custom checks complete"));
 }
 
+TEST_F(custom, checks_that_the_wire_does_not_take_are_left_out_and_told) {
+    std::string fits(128, 'a');
+    std::string too_long(129, 'b');
+    scan("[" + fits + "]\ncommand=x\nunit=" + fits + "\n[" + too_long +
+         "]\ncommand=x\n[c]\ncommand=x\nunit=" + too_long + "\n");
+    EXPECT_EQ(offered(), (std::vector<std::string>{fits + " 3 " + fits + " 21"}));
+    EXPECT_TRUE(host.logged(
+        LOG_WARNING, "\"" + too_long + "\" is not offered: its name or unit has more than 128 characters"));
+    EXPECT_TRUE(
+        host.logged(LOG_WARNING, "\"c\" is not offered: its name or unit has more than 128 characters"));
+}
+
 TEST_F(custom, checks_join_a_group_that_is_there) {
     devtree_child(&root, "custom", "Custom AgentChecks");
     host.write_file("/etc/custom", "[a]\ncommand=x\n");
