@@ -12,10 +12,8 @@ static char *copy_word(const char *word) {
     return copy;
 }
 
-static constexpr size_t WORD_LIMIT = 128;
-
 static bool fits(const char *word) {
-    return word == nullptr || strlen(word) <= WORD_LIMIT;
+    return word == nullptr || strlen(word) <= NAME_LIMIT;
 }
 
 void add_custom_device(devnode **list, const custom_words &words) {

@@ -8,6 +8,8 @@
 #include "platform/text.h"
 #include "settings/settings.h"
 
+#include <cstring>
+
 namespace {
 
 constexpr const char *NO_MEMORY_FOR_GROUP = "Couldn't allocate devtree_child mem";
@@ -108,7 +110,12 @@ static const char *scan_folders(const char *cwd, devtree *group, const log_match
 
 // ---- checks
 
+// A name that the wire does not take would keep all devices from the server.
 static void add_device(devtree *group, const char *name) {
+    if (strlen(name) > NAME_LIMIT) {
+        agent_log(LOG_WARNING, "Log name too long: %s", name);
+        return;
+    }
     devnode_guard device(alloc_devnode());
     device->id = text_copy(name);
     device->name = text_copy(name);

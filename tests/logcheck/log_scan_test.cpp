@@ -368,6 +368,14 @@ TEST_F(log_scan_of_a_root, offers_the_root_alone_as_a_file) {
     EXPECT_EQ(offered(), strings{"/"});
 }
 
+TEST_F(log_scan_of_a_root, leaves_a_name_out_that_the_wire_does_not_take) {
+    string fits(128, 'a');
+    string too_long(129, 'b');
+    scan({"/logs/" + fits, "/logs/" + too_long});
+    EXPECT_EQ(offered(), strings{"/ > logs > " + fits});
+    EXPECT_TRUE(host.logged(LOG_WARNING, "Log name too long: " + too_long));
+}
+
 TEST_F(log_scan, joins_folders_whose_names_differ_in_case) {
     scan({"C:\\Logs\\a.log", "c:\\logs\\b.log"});
     EXPECT_EQ(sorted(), (strings{"c: > logs > a.log", "c: > logs > b.log"}));
