@@ -56,7 +56,7 @@ class Machine:
             (self.root / name).mkdir(parents=True)
         shutil.copy("/bin/busybox", self.root / "bin")
         shutil.copy(HERE / "init", self.root / "init")
-        self._add_programs(["tnagent", "tnserver", "set_sensor"])
+        self._add_programs(["tnagent", "tnserver", "ipmi_command"])
         self._add_modules()
         for name, text in files.items():
             (self.root / name).write_text(text)
