@@ -34,7 +34,7 @@ class FirstMeeting(ProgramsTest):
         told = dict(server.rows("SELECT label, value FROM host_info"))
         self.assertEqual((told["Platform"], told["Hostname"]), ("Linux", os.uname().nodename))
         families = {key for (key,) in server.rows("SELECT key FROM groups WHERE parent_id IS NULL")}
-        self.assertLessEqual({"fs", "log", "mem", "proc", "system"}, families)  # and what else this machine has
+        self.assertLessEqual({"fs", "log", "mem", "perf", "proc", "system", "ifthrough", "ifevents"}, families)
         names = {name for (name,) in server.rows("SELECT name FROM checks WHERE configured = 1")}
         self.assertLessEqual({"mem.phys", "mem.swap", "mem.virt", "system.idle", "system.uptime"}, names)
         self.assertEqual(server.value("SELECT count(*) FROM descriptions"), 30)

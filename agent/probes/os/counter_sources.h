@@ -37,7 +37,7 @@ extern const counter_sources_ops *counter_sources_host;
 // The whole text of a source, absent where it cannot be read.
 text_guard read_counter_source(const char *path);
 
-// As long as one of the agent's own failure texts, and longer than any mount point that is offered.
+// Longer than any mount point that is offered, and what stands around it.
 inline constexpr size_t SOURCE_PATH_SIZE = 256;
 
 // Writes the path with the key in the place of its '*'. False where that does not fit.

@@ -1,10 +1,9 @@
 // Disks as devices, and drives as the space on them.
+#include "platform/text.h"
 #include "probes/os/counter_objects.h"
 #include "probes/os/diskstats.h"
 #include "probes/os/host_text.h"
 #include "probes/os/perf_counter_ops.h"
-
-#include "platform/text.h"
 
 #include <algorithm>
 

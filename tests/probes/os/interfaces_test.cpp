@@ -28,10 +28,14 @@ struct interface_fixture : testing::Test {
         counters.add(402, "Packets Outbound Errors", "Paketfehler");
         counters.add(404, "Output Queue Length", "Warteschlange");
         counters.add(406, "bytes of another case", "kleine Bytes");
-        counters.objects = {{"Netzwerk",
-                             {.counters = {"Bytes gesamt/s", "Pakete/s", "Bandbreite", "Empfangene Bytes/s",
-                                           "Paketfehler", "Warteschlange", "kleine Bytes"},
-                              .instances = {"Intel[R] PRO", "WLAN"}}}};
+        counters.add(408, "packets in small", "kleine Pakete");
+        counters.add(410, "Lost Packets", "Verlorene");
+        counters.add(412, "Total Bytes", "Alle");
+        counters.objects = {
+            {"Netzwerk",
+             {.counters = {"Bytes gesamt/s", "Pakete/s", "Bandbreite", "Empfangene Bytes/s", "Paketfehler",
+                           "Warteschlange", "kleine Bytes", "kleine Pakete", "Verlorene", "Alle"},
+              .instances = {"Intel[R] PRO", "WLAN"}}}};
     }
 };
 
