@@ -101,7 +101,7 @@ frequency = "60 s"
 warn_high = "90 %"
 
 [[check]]
-name = "ifevents.*.Packets *Errors"
+name = "ifevents.*.Packets Received Errors"
 frequency = "60 s"
 
 [[check]]
@@ -116,15 +116,6 @@ frequency = "60 s"
 [[check]]
 name = "block.physical.*.write_bytes"
 frequency = "60 s"
-
-[[check]]
-name = "block.physical.*.total_queue_length"
-frequency = "60 s"
-
-[[check]]
-name = "block.physical.*.sec_*"
-frequency = "60 s"
-warn_high = "0.5"
 
 # Drives: beyond its lifetime, and about to fail.
 [[check]]

@@ -4,7 +4,7 @@ import re
 import textwrap
 from pathlib import Path
 
-from programs import ProgramsTest, main, wait_until
+from programs import NOTHING_ELSE, ProgramsTest, main, wait_until
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "tnserver.md"
 
@@ -53,7 +53,7 @@ enabled = false
 class Logs(ProgramsTest):
     def start(self, policy: str, *names: str) -> None:
         """An agent that follows logs of these names from now on."""
-        self.server = self.new_server(policy=policy)
+        self.server = self.new_server(policy=policy + NOTHING_ELSE)
         conf = self.folder / "logs.conf"
         conf.write_text("# what the agent offers\n" + "".join(f"{self.log(name)}\n" for name in names))
         self.agent = self.new_agent(self.server, log_chk_conf=conf).start()

@@ -86,7 +86,7 @@ void run(const uint8_t *data, size_t size) {
     fuzz_input input = {data, size};
     static constexpr void (*READERS[])(const std::string &) = {walk_chain, parse_stat, complete, describe,
                                                                batch};
-    uint8_t reader = input.take_byte() % std::size(READERS);
+    size_t reader = input.take_byte() % std::size(READERS);
     READERS[reader](input.take_rest());
 }
 
