@@ -33,6 +33,7 @@ protected:
         EXPECT_TRUE(reply[3][0][1].parts.empty()); // its groups
         for (size_t i = 0; i < reply[3][0][2].parts.size(); i++)
             names.push_back(reply[3][0][2][i][0].content);
+        EXPECT_FALSE(names.empty()) << "a group of nothing";
         return names;
     }
     void run(const std::string &sql) {
@@ -48,6 +49,11 @@ protected:
 };
 
 using words = std::vector<std::string>;
+
+// A store that keeps no results.
+struct full_store : sqlite_store {
+    const char *save_delivery(const delivery &, stored_delivery *) override { return "the disk is full"; }
+};
 
 } // namespace
 
@@ -83,6 +89,19 @@ TEST_F(ordered_actions, are_not_pruned_by_a_lost_acknowledgement) {
     checkin();
     checkin(peer_end::lost);
     EXPECT_EQ(states(), words({"backup|1|1|0"}));
+}
+
+TEST_F(ordered_actions, are_not_pruned_by_a_checkin_that_is_not_acknowledged) {
+    order("backup");
+    checkin();
+    full_store full;
+    EXPECT_SUCCESS(full.open(store_path));
+    ports.store = &full;
+    checkin();
+    EXPECT_EQ(states(), words({"backup|1|1|0"}));
+    ports.store = &store;
+    checkin();
+    EXPECT_EQ(states(), words({"backup|1|1|1"}));
 }
 
 TEST_F(ordered_actions, need_an_agent_that_offers_them) {
