@@ -158,7 +158,7 @@ static bool write_program(regex_tree *tree, regex_program *program) {
     if (writer.full) return false;
     program->steps = heap_array<program_step>(program->step_count);
     for (uint32_t i = 0; program->steps != nullptr && i < program->step_count; i++)
-        program->steps[i] = steps[i];
+        program->steps[i] = steps[i]; // cppcheck-suppress uninitvar; add_step writes them by program->steps
     return program->steps != nullptr;
 }
 

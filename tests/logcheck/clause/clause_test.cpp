@@ -207,7 +207,8 @@ TEST_F(clause_parser, takes_the_longest_rows_of_operators) {
 }
 
 TEST_F(clause_parser, ends_the_process_when_memory_is_out) {
-    // The token buffer, the first leaf, four for its pattern, then the "and" node, the "not" node, the second leaf.
+    // The token buffer, the first leaf, four for its pattern, then the "and" node, the "not" node, the second
+    // leaf.
     for (uint32_t n : {1U, 2U, 7U, 8U, 9U}) {
         log_check_cond *made = nullptr;
         host.fail_allocation = n;

@@ -29,7 +29,8 @@ struct failure_run {
 
     failure_run() {
         sim.add_server(server);
-        // Counters are browsed, and none is offered: hundreds of devices would all be allocated in the same way.
+        // Counters are browsed, and none is offered: hundreds of devices would all be allocated in the same
+        // way.
         sim.settings["perf_cnt_level"] = "1";
         server.checks = {{"mem", {wire::continuous("phys", 30)}},
                          {"system", {wire::continuous("uptime", 30)}}};
