@@ -66,8 +66,9 @@ static bool is_made_of_others(const char *name) {
 static bool has_device(const char *diskstats, const char *name, size_t length) {
     for (const char *behind = nullptr; (behind = next_line(diskstats)) != nullptr; diskstats = behind) {
         const char *at = diskstats;
-        uint32_t number = 0;
-        if (!read_device_number(&at, &number) || !read_device_number(&at, &number)) continue;
+        uint32_t major = 0;
+        uint32_t minor = 0;
+        if (!read_device_number(&at, &major) || !read_device_number(&at, &minor)) continue;
         at += strspn(at, " ");
         if (strcspn(at, " \n") == length && strncmp(at, name, length) == 0) return true;
     }
