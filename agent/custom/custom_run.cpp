@@ -244,8 +244,8 @@ static const char *read_output(custom_run *run) {
 // A last line without a line feed. It is shorter than the buffer, so that one fits behind it. A run that was
 // given up has a failure, and does not come here.
 static const char *process_last_line(custom_run *run) {
-    if (reader->output_end == reader->output_buffer)
-        return nullptr; // NOLINT(clang-analyzer-core.NullDereference)
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
+    if (reader->output_end == reader->output_buffer) return nullptr;
     *reader->output_end++ = '\n';
     return process_output(run->check, reader->output_buffer, &reader->output_end, &run->reading);
 }
