@@ -1,42 +1,14 @@
+#include "platform/host_files_linux.h"
 #include "probes/hw/kernel_ops.h"
 #include "probes/hw/sg_io_linux.h"
 
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-static int64_t list_folder(const char *path, char *buffer, size_t size) {
-    DIR *folder = opendir(path);
-    if (folder == nullptr) return -1;
-    size_t length = 0;
-    while (const dirent *entry = readdir(folder)) {
-        size_t name = strlen(entry->d_name);
-        if (entry->d_name[0] == '.') continue;
-        if (length + name + 1 >= size) {
-            length = size;
-            break;
-        }
-        memcpy(buffer + length, entry->d_name, name);
-        buffer[length + name] = '\n';
-        length += name + 1;
-    }
-    closedir(folder);
-    return static_cast<int64_t>(length);
-}
-
-// One read gives the whole of a small file of sysfs.
-static int64_t read_file(const char *path, char *buffer, size_t size) {
-    int file = open(path, O_RDONLY | O_CLOEXEC);
-    if (file < 0) return -1;
-    ssize_t length = read(file, buffer, size);
-    close(file);
-    return length;
-}
-
 static int64_t read_source(const char *path, char *buffer, size_t size) {
     bool folder = path[strlen(path) - 1] == '/';
-    return folder ? list_folder(path, buffer, size) : read_file(path, buffer, size);
+    return folder ? list_host_folder(path, buffer, size) : read_host_file(path, buffer, size);
 }
 
 static bool exists(const char *path) {

@@ -1,7 +1,7 @@
 #include "platform/heap.h"
+#include "platform/host_files_linux.h"
 #include "platform/text.h"
 #include "probes/os/drives_ops.h"
-#include "probes/os/host_files_linux.h"
 #include "probes/os/mount_table.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "platform/heap.h"
+#include "platform/host_files_linux.h"
 #include "platform/text.h"
-#include "probes/os/host_files_linux.h"
 #include "probes/os/host_info_ops.h"
 #include "probes/os/network_text.h"
 #include "probes/os/os_release.h"

@@ -1,4 +1,4 @@
-#include "probes/os/host_files_linux.h"
+#include "platform/host_files_linux.h"
 #include "probes/os/meminfo.h"
 #include "probes/os/memory_ops.h"
 

@@ -1,28 +1,9 @@
+#include "platform/host_files_linux.h"
 #include "probes/os/counter_provider.h"
-#include "probes/os/host_files_linux.h"
 #include "probes/os/perf_counter_ops.h"
 
 #include <cstring>
 #include <ctime>
-#include <dirent.h>
-
-static int64_t list_folder(const char *path, char *buffer, size_t size) {
-    DIR *folder = opendir(path);
-    if (folder == nullptr) return -1;
-    size_t length = 0;
-    while (const dirent *entry = readdir(folder)) {
-        size_t name = strlen(entry->d_name);
-        if (length + name + 1 >= size) {
-            length = size;
-            break;
-        }
-        memcpy(buffer + length, entry->d_name, name);
-        buffer[length + name] = '\n';
-        length += name + 1;
-    }
-    closedir(folder);
-    return static_cast<int64_t>(length);
-}
 
 // The kernel refuses as invalid to read a value that there is none of, as the speed of a link that is down.
 static int64_t read_file(const char *path, char *buffer, size_t size) {
@@ -36,7 +17,7 @@ static int64_t read_file(const char *path, char *buffer, size_t size) {
 
 static int64_t read_source(const char *path, char *buffer, size_t size) {
     bool folder = path[strlen(path) - 1] == '/';
-    return folder ? list_folder(path, buffer, size) : read_file(path, buffer, size);
+    return folder ? list_host_folder(path, buffer, size) : read_file(path, buffer, size);
 }
 
 static uint64_t ticks() {

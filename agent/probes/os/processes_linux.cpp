@@ -1,6 +1,6 @@
 #include "platform/heap.h"
+#include "platform/host_files_linux.h"
 #include "platform/text.h"
-#include "probes/os/host_files_linux.h"
 #include "probes/os/process_list.h"
 #include "probes/os/processes_ops.h"
 

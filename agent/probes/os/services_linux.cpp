@@ -1,5 +1,5 @@
 #include "platform/heap.h"
-#include "probes/os/host_files_linux.h"
+#include "platform/host_files_linux.h"
 #include "probes/os/sd_bus_linux.h"
 #include "probes/os/services_ops.h"
 #include "probes/os/unit_list.h"

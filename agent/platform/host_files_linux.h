@@ -1,9 +1,11 @@
-// Reading the small files in which Linux tells its own state, for the host answers of this room.
+// Reading the small files and folders in which Linux tells its own state, for host answers.
 #pragma once
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -34,4 +36,24 @@ inline bool read_host_text(const char *path, char *buffer, size_t size) {
     int64_t length = read_host_file(path, buffer, size - 1);
     buffer[length > 0 ? length : 0] = '\0';
     return length >= 0;
+}
+
+// The names in a folder, one a line: the bytes that came, `size` where there may be more, -1 on failure.
+inline int64_t list_host_folder(const char *path, char *buffer, size_t size) {
+    DIR *folder = opendir(path);
+    if (folder == nullptr) return -1;
+    size_t length = 0;
+    while (const dirent *entry = readdir(folder)) {
+        size_t name = strlen(entry->d_name);
+        if (entry->d_name[0] == '.') continue;
+        if (length + name + 1 >= size) {
+            length = size;
+            break;
+        }
+        memcpy(buffer + length, entry->d_name, name);
+        buffer[length + name] = '\n';
+        length += name + 1;
+    }
+    closedir(folder);
+    return static_cast<int64_t>(length);
 }
