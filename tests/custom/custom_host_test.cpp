@@ -1,5 +1,6 @@
 #include "custom/real_programs.h"
 
+#include <atomic>
 #include <cstring>
 
 // What both hosts must do with real programs.
@@ -87,17 +88,20 @@ TEST_F(custom_host_programs, leave_nothing_behind_thirty_of_them) {
 namespace {
 struct custom_host_answers : real_programs {};
 
+// Atomic, since the end of the thread is seen by a wait that checkers of threads do not know.
 struct waiting_read {
-    output_pipe *end;
-    bool ok;
-    uint32_t error;
+    output_pipe *end = nullptr;
+    std::atomic<bool> ok = true;
+    std::atomic<uint32_t> error = 0;
 };
 
 uint32_t read_one(void *argument) {
     auto *read = static_cast<waiting_read *>(argument);
     char buffer[16];
     uint32_t length = 0;
-    read->ok = custom_ops_host.ReadFile(read->end, buffer, sizeof buffer, &length, &read->error);
+    uint32_t error = 0;
+    read->ok = custom_ops_host.ReadFile(read->end, buffer, sizeof buffer, &length, &error);
+    read->error = error;
     return 0;
 }
 } // namespace
@@ -106,7 +110,7 @@ uint32_t read_one(void *argument) {
 TEST_F(custom_host_answers, end_reads_that_are_cancelled_early_or_late) {
     for (bool early : {true, false}) {
         output_pipe *write_end = nullptr;
-        waiting_read read = {.end = nullptr, .ok = true, .error = 0};
+        waiting_read read;
         ASSERT_TRUE(custom_ops_host.CreatePipe(&read.end, &write_end));
         if (early) custom_ops_host.CancelIoEx(read.end);
         waitable *thread = custom_ops_host.CreateThread(read_one, &read);
@@ -126,7 +130,7 @@ TEST_F(custom_host_answers, end_reads_that_are_cancelled_early_or_late) {
 
 TEST_F(custom_host_answers, tell_the_end_of_the_output) {
     output_pipe *write_end = nullptr;
-    waiting_read read = {.end = nullptr, .ok = true, .error = 0};
+    waiting_read read;
     ASSERT_TRUE(custom_ops_host.CreatePipe(&read.end, &write_end));
     custom_ops_host.ClosePipe(write_end);
     read_one(&read);

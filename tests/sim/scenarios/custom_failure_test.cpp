@@ -55,7 +55,9 @@ struct custom_failure_run {
 };
 
 uint64_t step() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_THREAD__)
+    return 29;
+#elif defined(__SANITIZE_ADDRESS__)
     return 7;
 #else
     return 1;

@@ -125,7 +125,9 @@ static void judge(failure_run &run, const quiet_run &quiet, bool alive) {
 
 // Under a sanitizer every seventh call has to do.
 static uint64_t step() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_THREAD__)
+    return 29;
+#elif defined(__SANITIZE_ADDRESS__)
     return 7;
 #else
     return 1;
