@@ -1,8 +1,10 @@
 #include "probes/os/sd_bus_linux.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <ctime>
 #include <dlfcn.h>
+#include <unistd.h>
 
 template <class Function>
 static bool look_up(void *library, const char *name, Function *out) {
@@ -21,6 +23,10 @@ static bool look_up_all(void *library, sd_bus_functions *out) {
            look_up(library, "sd_bus_message_read", &out->message_read) &&
            look_up(library, "sd_bus_message_enter_container", &out->message_enter_container) &&
            look_up(library, "sd_bus_message_unref", &out->message_unref);
+}
+
+bool has_system_bus() {
+    return getenv("DBUS_SYSTEM_BUS_ADDRESS") != nullptr || access("/run/dbus/system_bus_socket", F_OK) == 0;
 }
 
 const sd_bus_functions *find_sd_bus() {

@@ -30,6 +30,10 @@ struct sd_bus_functions {
 // How long the bus and who is on it may take over one answer. A bus that hangs must not hold up the agent.
 inline uint64_t bus_timeout_us = 5'000'000;
 
+// Whether there is a system bus to be opened. The library brings five others with it, so that a host without
+// a bus is better off without it.
+bool has_system_bus();
+
 // Absent where the library, or one of the functions in it, is missing.
 const sd_bus_functions *find_sd_bus();
 

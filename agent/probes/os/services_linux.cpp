@@ -128,6 +128,7 @@ static void close_manager(service_manager *manager) {
 }
 
 static int start_manager(service_manager *manager) {
+    if (!has_system_bus()) return -ENOENT;
     manager->functions = find_sd_bus();
     if (manager->functions == nullptr) return -ENOPKG;
     int status = open_bus(manager->functions, &manager->bus);

@@ -192,3 +192,13 @@ TEST_F(systemd_services, end_where_memory_does) {
     host.fail_allocation = 2;
     EXPECT_FAILURE(check_service(device.get(), &result), "Error opening the service: Cannot allocate memory");
 }
+
+TEST(has_system_bus, goes_by_the_environment_ahead_of_the_usual_socket) {
+    const char *set = getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    std::string before = set != nullptr ? set : "";
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1);
+    EXPECT_TRUE(has_system_bus());
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    EXPECT_EQ(has_system_bus(), access("/run/dbus/system_bus_socket", F_OK) == 0);
+    if (set != nullptr) setenv("DBUS_SYSTEM_BUS_ADDRESS", before.c_str(), 1);
+}
