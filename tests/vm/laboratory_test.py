@@ -18,8 +18,8 @@ from kernel import Missing
 from machine import Machine
 
 RUNS = 3          # of each check
-PATIENCE_S = 80   # for agent and server
-BOOT_S = 40       # for the rest of the machine's life
+PATIENCE_S = 120  # for agent and server
+BOOT_S = 60       # for the rest of the machine's life
 
 SETTINGS = """name = laboratory
 domain = vm
