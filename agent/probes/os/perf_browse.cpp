@@ -82,11 +82,10 @@ static bool read_type(pdh_counter *counter, uint32_t *out) {
 static devnode *new_counter(const char *national, pdh_counter *counter) {
     uint32_t type = 0;
     bool has_type = read_type(counter, &type);
-    char english[COUNTER_NAME_SIZE];
-    const char *name = english;
-    if (!translate_counter_name_to_english(english, sizeof english, national)) {
+    char name[NAME_LIMIT + 1];
+    if (!translate_counter_name_to_english(name, COUNTER_NAME_SIZE, national)) {
         agent_log(LOG_NORMAL, "Creating counter with national name : %s", national);
-        name = national;
+        copy_bounded(name, national, sizeof name); // a longer one would keep the whole tree from the server
     }
     const char *unit = counter_unit(name, has_type ? &type : nullptr);
     agent_log(LOG_TRACE, "Counter :     %s, %s, type=0x%08x", name, unit != nullptr ? unit : "", type);

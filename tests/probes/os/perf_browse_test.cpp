@@ -181,6 +181,13 @@ TEST_F(browse, keeps_national_names_that_have_no_english_ones) {
     EXPECT_TRUE(host.logged(LOG_WARNING, "translate_counter_name_to_national \"Fremd\": not found"));
 }
 
+TEST_F(browse, cuts_a_national_name_at_what_the_wire_takes) {
+    std::string fits(128, 'z');
+    counters.objects = {{"Fremd", {.counters = {fits, fits + "y"}, .instances = {}}}};
+    EXPECT_SUCCESS(scan_perfcnts(&root));
+    EXPECT_EQ(ids_of(object("Fremd")), (names{fits, fits}));
+}
+
 TEST_F(browse, offers_what_its_check_can_read) {
     EXPECT_SUCCESS(scan_perfcnts(&root));
     root.children->parent = nullptr; // as in the tree that a server sends
