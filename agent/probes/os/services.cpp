@@ -55,7 +55,10 @@ static const char *manager_failure() {
 // A name is cut at what it may have on the wire, where a longer one would keep the whole tree back. A service
 // whose id is longer is none that a server could name.
 static void report_service(const service_record &record, devices_guard *found) {
-    if (strlen(record.service_name) > NAME_LIMIT) return;
+    if (strlen(record.service_name) > NAME_LIMIT) {
+        agent_log(LOG_WARNING, "Service name too long: %s", record.service_name);
+        return;
+    }
     agent_log(LOG_TRACE, "Reporting service %s", record.service_name);
     char name[NAME_LIMIT + 1];
     copy_bounded(name, record.display_name, sizeof name);

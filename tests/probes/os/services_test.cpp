@@ -207,6 +207,7 @@ TEST_F(scan_services_test, offers_nothing_that_the_wire_would_refuse) {
     EXPECT_SUCCESS(scan_services(&root));
     EXPECT_EQ(offered(), texts{std::string(128, 'a')});
     EXPECT_EQ(root.children->devices->name, std::string(128, 'A'));
+    EXPECT_TRUE(host.logged(LOG_WARNING, "Service name too long: " + std::string(129, 'b')));
 }
 
 TEST_F(scan_services_test, comments_each_service_with_its_state) {
