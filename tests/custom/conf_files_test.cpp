@@ -62,6 +62,14 @@ TEST_F(conf_files, leading_blanks_belong_to_the_line) {
     EXPECT_STREQ(line, " # no comment");
 }
 
+TEST_F(conf_files, a_line_has_1023_characters_at_most) {
+    EXPECT_SUCCESS(parse("[a]\ncommand=" + std::string(1015, 'x') + "\n"));
+    EXPECT_EQ(strlen(checks->command), 1015U);
+    EXPECT_FAILURE(parse("[a]\ncommand=" + std::string(1015, 'x') + "y\n"), "Expected equalsign");
+    EXPECT_SUCCESS(parse("[a]\ncommand=" + std::string(1015, 'x') + "type=integer\n"));
+    EXPECT_EQ(checks->type, CUSTOM_Integer) << "what is behind them is a line of its own";
+}
+
 TEST_F(conf_files, a_line_longer_than_the_buffer_goes_on_as_the_next) {
     std::string text = std::string(CONF_LINE_LENGTH, 'a') + "bc\n";
     conf_stream stream = {text.data(), text.data() + text.size()};
