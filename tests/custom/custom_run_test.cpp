@@ -90,6 +90,9 @@ TEST_F(run, does_one_thing_behind_the_other) {
                                         "Waiting for thread to terminate", "Thread terminated"}));
     EXPECT_TRUE(host.logged(LOG_DETAIL, "Exit code: 0"));
     EXPECT_TRUE(host.logged(LOG_TRACE, "Data on pipe: status=1, 11 bytes, err=0"));
+    EXPECT_TRUE(host.logged(LOG_TRACE, "close_thread() invoked"));
+    EXPECT_TRUE(host.logged(LOG_TRACE, "Closed pipe, now setting event"));
+    EXPECT_TRUE(host.logged(LOG_TRACE, "Waiting for thread to terminate"));
 }
 
 TEST_F(run, keeps_its_events_for_the_next_one) {
