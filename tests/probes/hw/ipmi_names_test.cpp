@@ -3,6 +3,7 @@
 #include "fakes/test_host.h"
 
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 
 namespace {
@@ -11,15 +12,114 @@ struct ipmi_names : testing::Test {
     test_host host;
 };
 
+constexpr const char *ENTITIES[] = {"Unspecified",
+                                    "Other",
+                                    "Unknown",
+                                    "Processor",
+                                    "Disk",
+                                    "PeripheralBay",
+                                    "SystemManagementModule",
+                                    "SystemBoard",
+                                    "MemoryModule",
+                                    "ProcessorModule",
+                                    "PowerSupply",
+                                    "AddInCard",
+                                    "FrontPanelBoard",
+                                    "BackPanelBoard",
+                                    "PowerSystemBoard",
+                                    "DriveBackplane",
+                                    "SystemInternalExpansionBoard",
+                                    "OtherSystemBoard",
+                                    "ProcessorBoard",
+                                    "PowerUnit",
+                                    "PowerModule",
+                                    "PowerManagementBoard",
+                                    "ChassisBackPanelBoard",
+                                    "SystemChassis",
+                                    "SubChassis",
+                                    "OtherChassisBoard",
+                                    "DiskDriveBay",
+                                    "PeripheralBay",
+                                    "DeviceBay",
+                                    "CoolingDevice",
+                                    "CoolingUnit",
+                                    "Cable",
+                                    "MemoryDevice",
+                                    "SystemManagementSoftware",
+                                    "SystemFirmware",
+                                    "OperatingSystem",
+                                    "SystemBus",
+                                    "Group",
+                                    "RemoteMCDevice",
+                                    "ExternalEnvironment",
+                                    "Battery",
+                                    "ProcessingBlade",
+                                    "ConnectivitySwitch",
+                                    "ProcessorMemoryModule",
+                                    "IOModule",
+                                    "ProcessorIOModule",
+                                    "ManagementControllerFirmware",
+                                    "IPMIChannel",
+                                    "PCIBus",
+                                    "PCIEBus",
+                                    "SCSIBus",
+                                    "SATAorSASBus",
+                                    "ProcessorBus",
+                                    "RealTimeClock"};
+
+constexpr const char *SENSOR_TYPES[] = {"Reserved",
+                                        "Temperature",
+                                        "Voltage",
+                                        "Current",
+                                        "Fan",
+                                        "PhysicalSecurity",
+                                        "PlatformSecurity",
+                                        "Processor",
+                                        "PowerSupply",
+                                        "PowerUnit",
+                                        "CoolingDevice",
+                                        "OtherUnitsSensor",
+                                        "Memory",
+                                        "DriveBay",
+                                        "POSTMemoryResize",
+                                        "SystemFirmwareProgress",
+                                        "EventLoggingDisabled",
+                                        "Watchdog1",
+                                        "SystemEvent",
+                                        "CriticalInterrupt",
+                                        "ButtonOrSwitch",
+                                        "ModuleOrBoard",
+                                        "MicroController",
+                                        "AddInCard",
+                                        "Chassis",
+                                        "ChipSet",
+                                        "OtherFRU",
+                                        "Cable",
+                                        "Terminator",
+                                        "SystemBoot",
+                                        "BootError",
+                                        "OSBoot",
+                                        "OSStop",
+                                        "Slot",
+                                        "SystemACPIPowerState",
+                                        "Watchdog2",
+                                        "PlatformAlert",
+                                        "EntityPresence",
+                                        "MonitorASIC",
+                                        "LAN",
+                                        "ManagementSubsystemHealth",
+                                        "Battery",
+                                        "SessionAudit",
+                                        "VersionChange",
+                                        "FRUChange"};
+
 } // namespace
 
-TEST_F(ipmi_names, start_and_end_where_the_standard_does) {
-    EXPECT_STREQ(entity_name(0), "Unspecified");
-    EXPECT_STREQ(entity_name(7), "SystemBoard");
-    EXPECT_STREQ(entity_name(53), "RealTimeClock");
-    EXPECT_STREQ(sensor_type_name(0), "Reserved");
-    EXPECT_STREQ(sensor_type_name(13), "DriveBay");
-    EXPECT_STREQ(sensor_type_name(44), "FRUChange");
+TEST_F(ipmi_names, stand_in_the_order_of_their_numbers) {
+    for (uint32_t id = 0; id < std::size(ENTITIES); id++)
+        EXPECT_STREQ(entity_name(id), ENTITIES[id]) << id;
+    for (uint32_t type = 0; type < std::size(SENSOR_TYPES); type++)
+        EXPECT_STREQ(sensor_type_name(type), SENSOR_TYPES[type]) << type;
 }
 
 TEST_F(ipmi_names, name_the_peripheral_bay_twice) {
