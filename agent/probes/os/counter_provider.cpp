@@ -192,20 +192,21 @@ static bool collect_elsewhere(pdh_counter *counter) {
     if (!find_place(counter, true)) return false;
     text_guard text = read_counter_source(counter->source);
     const char *found = text != nullptr ? text.get() : counter->row->may_lack_source ? "" : nullptr;
-    take_sample(counter, found, counter_sources_host->ticks());
-    return found != nullptr;
+    return take_sample(counter, found, counter_sources_host->ticks());
 }
 
-// Reads a source once, for all counters from there on that have it.
+// Reads a source once, for all counters from there on that have it. Whether any of them found its number
+// there: what has gone for good must not be waited for as for a second sample, check after check.
 static bool collect_source(pdh_counter *first) {
     text_guard source(text_copy(first->source));
     text_guard text(source != nullptr ? read_counter_source(source.get()) : text_guard());
     uint64_t ticks = counter_sources_host->ticks();
-    bool any = text != nullptr;
+    bool any = false;
     for (pdh_counter *counter = first; counter != nullptr; counter = counter->next) {
         if (counter->collected || !text_equal(counter->source, source.get())) continue;
         bool taken = take_sample(counter, text.get(), ticks);
-        if (!taken && has_own_source(counter)) any |= collect_elsewhere(counter);
+        if (!taken && has_own_source(counter)) taken = collect_elsewhere(counter);
+        any |= taken;
     }
     first->collected = true;
     return any;

@@ -8,7 +8,7 @@
 // A level needs one sample, a rate or a share two, between which time and its base must have moved on. A
 // rate whose counter went back (a device came anew, a counter was cleared) starts over; the share that went
 // back in a percentage is 0, since the kernel takes back a tick of idle time now and then. Percentages end at
-// 100.
+// 100. A collection has no data where none of its counters finds its number: the instance has gone.
 #pragma once
 
 #include "probes/os/counter_sources.h"

@@ -136,7 +136,7 @@ TEST_F(provider_levels, tell_the_uptime_in_seconds) {
     EXPECT_DOUBLE_EQ(sample(), 300213.57);
     for (const char *wrong : {"", "12.34", "x\n", "12\n", "12.\n", "12.345\n", "-1.00 2\n"}) {
         machine.texts["/proc/uptime"] = wrong;
-        EXPECT_EQ(sample(), INVALID_DATA) << wrong;
+        EXPECT_EQ(sample(), NO_DATA) << wrong;
     }
 }
 
@@ -215,7 +215,7 @@ TEST_F(provider_rates, start_over_behind_a_gap) {
     std::string whole = machine.text("/proc/stat");
     machine.texts["/proc/stat"] = "cpu  1 2 3 4\n";
     machine.now += SECOND;
-    EXPECT_EQ(sample(), INVALID_DATA);
+    EXPECT_EQ(sample(), NO_DATA);
     machine.texts["/proc/stat"] = whole;
     machine.now += SECOND;
     EXPECT_EQ(sample(), INVALID_DATA) << "one sample since";
@@ -329,12 +329,12 @@ TEST_F(provider_percentages, go_on_over_a_counter_below_zero) {
     EXPECT_DOUBLE_EQ(sample(), 50);
 }
 
-TEST_F(provider_percentages, give_nothing_for_a_processor_that_was_switched_off) {
+TEST_F(provider_percentages, have_no_data_of_a_processor_that_was_switched_off) {
     ASSERT_EQ(add("\\Processor(1)\\% Idle Time"), 0U);
     sample();
     machine.change("/proc/stat", "cpu1 ", "cpu2 ");
-    EXPECT_EQ(sample(), INVALID_DATA);
-    EXPECT_EQ(sample(), INVALID_DATA);
+    EXPECT_EQ(sample(), NO_DATA);
+    EXPECT_EQ(sample(), NO_DATA);
 }
 
 // Sources.
@@ -364,6 +364,16 @@ TEST_F(provider_sources, leave_no_data_when_none_can_be_read) {
     machine.unreadable = {"/proc/meminfo"};
     EXPECT_EQ(sample(), INVALID_DATA) << "the other one has come";
     machine.unreadable.insert("/proc/uptime");
+    EXPECT_EQ(sample(), NO_DATA);
+}
+
+TEST_F(provider_sources, leave_no_data_when_none_holds_what_is_counted) {
+    pdh_counter *other = nullptr;
+    ASSERT_EQ(provider_add_counter(query, "\\Processor(0)\\% Idle Time", &other), 0U);
+    ASSERT_EQ(add("\\Processor(1)\\% Idle Time"), 0U);
+    machine.change("/proc/stat", "cpu1 ", "cpu2 ");
+    EXPECT_EQ(sample(), INVALID_DATA) << "the other one has come";
+    machine.change("/proc/stat", "cpu0 ", "cpu3 ");
     EXPECT_EQ(sample(), NO_DATA);
 }
 

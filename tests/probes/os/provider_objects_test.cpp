@@ -89,7 +89,7 @@ TEST_F(disk_counters, end_with_their_disk) {
     sample();
     machine.texts["/proc/diskstats"] = disk("1 2 3 4 5 6 7 8 9 10 11", "8 0 sdb ");
     machine.now += SECOND;
-    EXPECT_EQ(sample(), INVALID_DATA);
+    EXPECT_EQ(sample(), NO_DATA);
     EXPECT_EQ(add("\\PhysicalDisk(2048 sda)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER);
     EXPECT_EQ(add("\\PhysicalDisk()\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER);
     EXPECT_EQ(add("\\PhysicalDisk(2049 sda1)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER) << "a partition";
@@ -177,6 +177,14 @@ TEST_F(network_counters, end_with_their_interface) {
     machine.unreadable = {"/sys/class/net/eth0/speed"};
     EXPECT_EQ(sample(), NO_DATA);
     EXPECT_EQ(add("\\Network Interface(eth0)\\Current Bandwidth"), PDH_CSTATUS_NO_COUNTER);
+}
+
+TEST_F(network_counters, have_no_data_of_an_interface_that_was_renamed) {
+    ASSERT_EQ(add("\\Network Interface(eth0)\\Bytes Total/sec"), PDH_OK);
+    sample();
+    machine.change("/proc/net/dev", "eth0:", "net0:");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), NO_DATA);
 }
 
 TEST_F(network_counters, tell_of_protocols) {
@@ -313,7 +321,7 @@ TEST_F(process_counters, are_not_taken_from_a_process_of_another_name) {
     sample();
     machine.texts["/proc/4711/stat"] = task("4711 (bash)", 900, 900);
     machine.now += SECOND;
-    EXPECT_EQ(sample(), INVALID_DATA);
+    EXPECT_EQ(sample(), NO_DATA);
     machine.texts["/proc/4711/stat"] = task("4711 (sh)", 900, 900);
     machine.now += SECOND;
     EXPECT_EQ(sample(), INVALID_DATA) << "it starts over";
