@@ -47,6 +47,21 @@ static uint64_t now_us() {
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
+static uint64_t rest_until;
+
+int note_bus_status(int status) {
+    if (status == -ETIMEDOUT) rest_until = now_us() + bus_rest_us;
+    return status;
+}
+
+bool is_bus_at_rest() {
+    return now_us() < rest_until;
+}
+
+void bus_rest_reset() {
+    rest_until = 0;
+}
+
 // The library would wait much longer for a bus that takes the connection and says nothing.
 static int wait_until_ready(const sd_bus_functions *functions, sd_bus *bus) {
     uint64_t deadline = now_us() + bus_timeout_us;
@@ -66,7 +81,7 @@ static int wait_until_ready(const sd_bus_functions *functions, sd_bus *bus) {
 int open_bus(const sd_bus_functions *functions, sd_bus **out) {
     sd_bus *bus = nullptr;
     int status = functions->open_system(&bus);
-    if (status >= 0) status = wait_until_ready(functions, bus);
+    if (status >= 0) status = note_bus_status(wait_until_ready(functions, bus));
     *out = status >= 0 ? bus : functions->close_unref(bus);
     return status;
 }

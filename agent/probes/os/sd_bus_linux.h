@@ -30,6 +30,17 @@ struct sd_bus_functions {
 // How long the bus and who is on it may take over one answer. A bus that hangs must not hold up the agent.
 inline uint64_t bus_timeout_us = 5'000'000;
 
+// How long a bus that did not answer in time is left alone: each of a hundred services would wait for it
+// anew.
+inline uint64_t bus_rest_us = 30'000'000;
+
+// Notes what became of a wait for the bus, and gives it back. Whether the bus is being left alone.
+int note_bus_status(int status);
+bool is_bus_at_rest();
+
+// Asks the bus anew at once, for tests.
+void bus_rest_reset();
+
 // Whether there is a system bus to be opened. The library brings five others with it, so that a host without
 // a bus is better off without it.
 bool has_system_bus();

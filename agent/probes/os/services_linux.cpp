@@ -48,7 +48,8 @@ static int new_call(const service_manager &manager, const char *member, message_
 }
 
 static int send_call(const service_manager &manager, const message_holder &call, message_holder *reply) {
-    return manager.functions->call(manager.bus, call.message, bus_timeout_us, nullptr, &reply->message);
+    return note_bus_status(
+        manager.functions->call(manager.bus, call.message, bus_timeout_us, nullptr, &reply->message));
 }
 
 // Calls a function that takes states and patterns, and goes to its list.
@@ -129,6 +130,7 @@ static void close_manager(service_manager *manager) {
 
 static int start_manager(service_manager *manager) {
     if (!has_system_bus()) return -ENOENT;
+    if (is_bus_at_rest()) return -ETIMEDOUT;
     manager->functions = find_sd_bus();
     if (manager->functions == nullptr) return -ENOPKG;
     int status = open_bus(manager->functions, &manager->bus);

@@ -32,6 +32,8 @@ struct systemd_services : testing::Test {
         services_host = &services_ops_host;
         error_host = &error_ops_host;
         bus_timeout_us = 5'000'000;
+        bus_rest_us = 30'000'000;
+        bus_rest_reset();
     }
     ~systemd_services() override {
         free_devtree(root.children);
@@ -40,6 +42,8 @@ struct systemd_services : testing::Test {
         EXPECT_EQ(host.blocks, 0);
         services_host = nullptr;
         bus_timeout_us = 5'000'000;
+        bus_rest_us = 30'000'000;
+        bus_rest_reset();
     }
     void SetUp() override {
         if (find_sd_bus() == nullptr) GTEST_SKIP() << "this machine has no libsystemd";
@@ -145,11 +149,35 @@ TEST_F(systemd_services, do_not_hold_the_agent_up_on_a_silent_bus) {
 
 TEST_F(systemd_services, do_not_hold_the_agent_up_where_a_call_is_not_answered) {
     bus_timeout_us = 30'000;
+    bus_rest_us = 0;
     bus.unanswered = {"ListUnitFilesByPatterns", "ListUnitsByNames"};
     bus.units = {{"a.service"}};
     bus.start();
     EXPECT_FAILURE(scan_services(&root), "Error retriveing list of services: Connection timed out");
     EXPECT_EQ(check("a.service"), "Error opening the service: Connection timed out");
+}
+
+TEST_F(systemd_services, leave_a_bus_alone_for_a_while_that_did_not_answer) {
+    bus_timeout_us = 30'000;
+    bus.unanswered = {"ListUnitsByNames"};
+    bus.units = {{"a.service"}};
+    bus.start();
+    EXPECT_EQ(check("a.service"), "Error opening the service: Connection timed out");
+    for (const char *name : {"a.service", "b.service"})
+        EXPECT_EQ(check(name), "Error opening the Service Control Manager: Connection timed out");
+    bus.stop();
+    EXPECT_EQ(bus.connections, 1);
+}
+
+TEST_F(systemd_services, are_asked_for_again_behind_the_rest_of_a_silent_bus) {
+    bus_timeout_us = 30'000;
+    bus_rest_us = 0;
+    bus.silent = true;
+    bus.start();
+    for (int i = 0; i < 2; i++)
+        EXPECT_EQ(check("a.service"), "Error opening the Service Control Manager: Connection timed out");
+    bus.stop();
+    EXPECT_EQ(bus.connections, 2);
 }
 
 TEST_F(systemd_services, fail_with_the_reason_of_a_call) {
