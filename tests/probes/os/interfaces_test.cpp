@@ -262,6 +262,14 @@ TEST_F(check_interface, gives_kilobytes_for_bytes_alone) {
     EXPECT_EQ(result.value, 2560);
 }
 
+TEST_F(check_interface, takes_bytes_anywhere_in_a_name_for_bytes) {
+    counters.add(950, "Queued Bytes/sec", "Wartende Bytes/s");
+    counters.paths.insert("\\Netzwerk(WLAN)\\Wartende Bytes/s");
+    counters.values = {{0, 2560.0}};
+    EXPECT_SUCCESS(check("Queued Bytes/sec"));
+    EXPECT_EQ(result.real_value, 2.5);
+}
+
 TEST_F(check_interface, opens_its_counter_once) {
     EXPECT_SUCCESS(check("Packets/sec"));
     EXPECT_SUCCESS(check("Packets/sec"));

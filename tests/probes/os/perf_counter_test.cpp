@@ -140,6 +140,17 @@ TEST_F(create_counter_test, translates_object_and_counter_but_not_the_instance) 
     EXPECT_STREQ(counter->path, "\\System-de(eins)\\Last");
 }
 
+TEST_F(create_counter_test, has_room_for_names_of_127_characters) {
+    std::string longest(127, 'n');
+    counters.add(951, "Longest", longest);
+    counters.add(952, "Too Long", longest + "n");
+    counters.paths = {"\\" + longest + "\\Last"};
+    perf_counter_guard counter(create_counter_english("Longest", nullptr, "Load", true));
+    ASSERT_NE(counter, nullptr);
+    EXPECT_EQ(counter->path, "\\" + longest + "\\Last");
+    EXPECT_EQ(create_counter_english("Too Long", nullptr, "Load", true), nullptr);
+}
+
 TEST_F(create_counter_test, opens_nothing_for_a_name_without_translation) {
     EXPECT_EQ(create_counter_english("Unknown", nullptr, "Load", true), nullptr);
     EXPECT_TRUE(host.logged(LOG_WARNING, "translate_counter_name_to_national \"Unknown\": not found"));

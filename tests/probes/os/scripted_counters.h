@@ -117,6 +117,7 @@ inline uint32_t scripted_format(pdh_counter *, uint32_t format, double *out) {
 inline uint32_t scripted_name(uint32_t index, char *name, uint32_t *size) {
     auto found = the_counters->national.find(index);
     if (found == the_counters->national.end()) return PDH_INVALID_ARGUMENT;
+    if (found->second.size() >= *size) return PDH_MORE_DATA;
     snprintf(name, *size, "%s", found->second.c_str());
     return 0;
 }
