@@ -90,6 +90,51 @@ comment = "The service is running"
 frequency = "60 s"
 warn_values = [0]
 
+# Those that come with a login or a question, and go by themselves.
+[[check]]
+name = "scm.user*@*"
+enabled = false
+
+[[check]]
+name = "scm.run-*"
+enabled = false
+
+[[check]]
+name = "scm.systemd-hostnamed.service"
+enabled = false
+
+[[check]]
+name = "scm.systemd-localed.service"
+enabled = false
+
+[[check]]
+name = "scm.systemd-timedated.service"
+enabled = false
+
+[[check]]
+name = "scm.packagekit.service"
+enabled = false
+
+[[check]]
+name = "scm.fwupd.service"
+enabled = false
+
+[[check]]
+name = "scm.TrustedInstaller"
+enabled = false
+
+[[check]]
+name = "scm.sppsvc"
+enabled = false
+
+[[check]]
+name = "scm.wuauserv"
+enabled = false
+
+[[check]]
+name = "scm.BITS"
+enabled = false
+
 [[check]]
 name = "ifthrough.*.Bytes Received/sec"
 frequency = "60 s"

@@ -77,6 +77,17 @@ TEST(built_in_policy, leaves_services_alone_that_did_not_run) {
     EXPECT_FALSE(rule_for(rules, "scm.ssh.service", "The service is stopped").frequency);
 }
 
+TEST(built_in_policy, leaves_services_alone_that_come_and_go) {
+    policy rules;
+    regex_host = &regex_ops_host;
+    EXPECT_SUCCESS(load_policy("", &rules));
+    for (const char *check : {"scm.user@1000.service", "scm.user-runtime-dir@0.service", "scm.run-u7.service",
+                              "scm.systemd-hostnamed.service", "scm.packagekit.service", "scm.BITS"})
+        EXPECT_EQ(rule_for(rules, check, "The service is running").enabled, false) << check;
+    for (const char *check : {"scm.getty@tty1.service", "scm.systemd-logind.service", "scm.users.service"})
+        EXPECT_FALSE(rule_for(rules, check, "The service is running").enabled) << check;
+}
+
 TEST(built_in_policy, takes_states_of_hardware_by_their_meaning) {
     using values = std::vector<uint32_t>;
     policy rules;
