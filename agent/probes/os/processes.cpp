@@ -95,8 +95,8 @@ static void report(resnode *result, bool available) {
 }
 
 const char *scan_processes(devtree *root) {
-    if (uses_psapi()) return scan_processes_old(root);
     agent_log(LOG_TRACE, "In scan_processes");
+    if (uses_psapi()) return scan_processes_old(root);
     snapshot_guard snapshot;
     process_walk walk;
     if (auto *failure = take_snapshot(SNAPSHOT_OF_SCAN, &snapshot, &walk)) return failure;
