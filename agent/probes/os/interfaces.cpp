@@ -98,7 +98,12 @@ static void offer_counters(const char *counters, double bandwidth, const interfa
     devtree_add_devices(groups.events, events);
 }
 
+// A name that is longer than the wire takes would keep the whole tree back, and cut it would find no counter.
 static const char *scan_interface(devtree *root, const char *interface, const char *counters) {
+    if (strlen(interface) > NAME_LIMIT) {
+        agent_log(LOG_WARNING, "Interface name too long: %s", interface);
+        return nullptr;
+    }
     interface_groups groups = {
         .throughput = find_group(root, "ifthrough", "Interface throughput", interface),
         .events = find_group(root, "ifevents", "Interface events", interface),

@@ -113,6 +113,16 @@ TEST_F(scan_interfaces, offers_both_families_of_each_interface) {
     EXPECT_TRUE(host.logged(LOG_TRACE, "In scan_ifthroughput"));
 }
 
+TEST_F(scan_interfaces, leaves_out_a_name_that_the_wire_does_not_take) {
+    std::string longest(NAME_LIMIT, 'x');
+    counters.objects[0].second.instances = {longest + "y", longest};
+    counters.values = {{0, 100e6}};
+    EXPECT_SUCCESS(scan_ifthroughput(&root));
+    EXPECT_EQ(groups_of(family("ifthrough")), names{longest});
+    EXPECT_EQ(groups_of(family("ifevents")), names{longest});
+    EXPECT_TRUE(host.logged(LOG_WARNING, "Interface name too long: " + longest + "y"));
+}
+
 TEST_F(scan_interfaces, sorts_counters_by_their_english_names_and_leaves_others_out) {
     set_bandwidth(100e6);
     EXPECT_SUCCESS(scan_ifthroughput(&root));
@@ -233,10 +243,10 @@ TEST_F(scan_interfaces, tells_when_memory_is_out) {
 TEST_F(scan_interfaces, survives_lists_that_have_no_end) {
     // One byte less than the list takes, so that the host writes nothing, and no end either.
     counters.item_statuses = {PDH_MORE_DATA, PDH_OK};
-    counters.objects[0].second.instances = {std::string(300, 'x'), "\"quoted\" \xFC"};
+    counters.objects[0].second.instances = {std::string(100, 'x'), "\"quoted\" \xFC"};
     set_bandwidth(1e6);
     EXPECT_SUCCESS(scan_ifthroughput(&root));
-    EXPECT_EQ(groups_of(family("ifthrough")), (names{std::string(300, 'x'), "\"quoted\" \xFC"}));
+    EXPECT_EQ(groups_of(family("ifthrough")), (names{std::string(100, 'x'), "\"quoted\" \xFC"}));
 }
 
 TEST_F(scan_interfaces, fails_where_the_object_has_no_name) {
