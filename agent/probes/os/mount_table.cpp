@@ -17,6 +17,7 @@ struct mount_line {
     char *part; // what of the file system is mounted
     char *path;
     char *type;
+    bool lets_go; // mounts what is used, and takes it away when it is no longer
     uint32_t drive_type;
     bool kept;
     bool chosen;
@@ -43,6 +44,10 @@ constexpr type_row TYPES_BY_NAME[] = {
     {"securityfs", DRIVE_RAMDISK},
 };
 
+// On a disk where they are the root: that of a container is put together from layers, of which the one that
+// is written to lies there, and that of a small machine is a folder of its host.
+constexpr const char *ROOTS[] = {"overlay", "aufs", "virtiofs", "9p"};
+
 // Read-only images, on a block device or not.
 constexpr const char *IMAGES[] = {"squashfs", "iso9660", "udf", "erofs", "cramfs", "romfs", "composefs"};
 
@@ -51,9 +56,9 @@ constexpr const char *IMAGES[] = {"squashfs", "iso9660", "udf", "erofs", "cramfs
 uint32_t file_system_drive_type(const char *type, uint32_t device_major, bool is_root) {
     for (const char *image : IMAGES)
         if (text_equal(type, image)) return DRIVE_CDROM;
-    // The root of a container is put together from layers, of which the one that is written to lies on a
-    // disk.
-    if (is_root && (text_equal(type, "overlay") || text_equal(type, "aufs"))) return DRIVE_FIXED;
+    if (is_root)
+        for (const char *root : ROOTS)
+            if (text_equal(type, root)) return DRIVE_FIXED;
     for (const type_row &row : TYPES_BY_NAME)
         if (text_equal(type, row.type)) return row.drive_type;
     return device_major != 0 ? DRIVE_FIXED : DRIVE_REMOTE;
@@ -84,6 +89,14 @@ static bool parse_device(const char *field, mount_line *out) {
            read_number(&field, &out->device_minor);
 }
 
+// Of an automount: the seconds without use after which it does are its option "timeout", 0 for never.
+static bool parse_lets_go(const char *type, char **at) {
+    if (!text_equal(type, "autofs") || next_field(at) == nullptr) return false;
+    const char *options = next_field(at);
+    const char *timeout = options != nullptr ? strstr(options, ",timeout=") : nullptr;
+    return timeout != nullptr && timeout[strlen(",timeout=")] != '0';
+}
+
 static bool parse_line(char *line, mount_line *out) {
     const char *number = line;
     if (!read_number(&number, &out->id) || !read_number(&number, &out->parent)) return false;
@@ -97,6 +110,7 @@ static bool parse_line(char *line, mount_line *out) {
         field = next_field(&at);
     out->type = field != nullptr ? next_field(&at) : nullptr;
     if (out->type == nullptr || out->path[0] != '/') return false;
+    out->lets_go = parse_lets_go(out->type, &at);
     unescape(out->part);
     unescape(out->path);
     bool is_root = text_equal(out->path, "/");
@@ -161,6 +175,12 @@ static bool is_reachable(const mount_lines &all, const mount_line &line) {
     return true;
 }
 
+// What an automount holds for a while would be missing most of the time.
+static bool is_held_for_a_while(const mount_lines &all, const mount_line &line) {
+    const mount_line *parent = find_parent(all, line);
+    return parent != nullptr && parent->lets_go && text_equal(parent->path, line.path);
+}
+
 static bool is_root_line(const mount_line &line) {
     return line.path[1] == '\0';
 }
@@ -212,7 +232,8 @@ static void keep_drives(mount_lines *all, bool (*is_folder)(const char *path)) {
     for (uint32_t i = 0; i < all->count; i++) {
         mount_line *line = &all->lines[i];
         if (!line->kept || line->drive_type != DRIVE_FIXED) continue;
-        line->kept = !lies_below_remote(*all, *line) && (place_rank(*line) < 2 || is_folder(line->path));
+        line->kept = !lies_below_remote(*all, *line) && !is_held_for_a_while(*all, *line) &&
+                     (place_rank(*line) < 2 || is_folder(line->path));
     }
     for (uint32_t i = 0; i < all->count; i++) {
         mount_line *line = &all->lines[i];

@@ -3,7 +3,8 @@
 // A drive is fixed when its file system lies on a disk: mounts of a block device and of the file systems that
 // manage several disks themselves, but not read-only images (a CD, a packed program), and the root of a
 // container. File systems in memory and of the kernel are no drives but local: what is mounted below one is
-// found as if it were a folder. All else is taken for remote, known or not; it may hang who touches it, so
+// found as if it were a folder. What an automount holds while it is used is none either, since it comes and
+// goes. All else is taken for remote, known or not; it may hang who touches it, so
 // nothing below it is ever looked at.
 //
 // A device that is mounted in several places is one drive: at the root, else where the whole of it is

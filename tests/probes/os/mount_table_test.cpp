@@ -122,6 +122,27 @@ TEST(parse_mounts, leaves_out_what_lies_on_a_buried_mount) {
     EXPECT_EQ(below(table.get(), "/m"), paths{});
 }
 
+TEST(parse_mounts, leaves_out_what_an_automount_holds_for_a_while) {
+    auto mounted = [](const char *options) {
+        return below(parsed(line(1, 0, "8:1", "/", "/", "ext4") +
+                            "2 1 0:30 / /boot rw,relatime shared:1 - autofs systemd-1 " + options + "\n" +
+                            line(3, 2, "8:2", "/", "/boot", "vfat"))
+                         .get(),
+                     "/");
+    };
+    EXPECT_EQ(mounted("rw,fd=59,timeout=120,minproto=5,direct"), paths{});
+    EXPECT_EQ(mounted("rw,fd=59,timeout=0,minproto=5,direct"), paths{"boot"});
+    EXPECT_EQ(mounted("rw,direct"), paths{"boot"});
+    EXPECT_EQ(mounted(""), paths{"boot"}) << "and a line that ends early";
+}
+
+TEST(parse_mounts, knows_what_lies_below_an_automount) {
+    auto table = parsed(line(1, 0, "8:1", "/", "/", "ext4") +
+                        "2 1 0:30 / /net rw - autofs auto rw,timeout=300,indirect\n" +
+                        line(3, 2, "8:2", "/", "/net/disk", "ext4"));
+    EXPECT_EQ(below(table.get(), "/"), paths{}) << "an automount may hang";
+}
+
 TEST(parse_mounts, looks_through_file_systems_in_memory) {
     auto table = parsed(line(1, 0, "8:1", "/", "/", "ext4") + line(2, 1, "0:30", "/", "/run", "tmpfs") +
                         line(3, 2, "8:2", "/", "/run/disk", "ext4"));
@@ -166,6 +187,10 @@ TEST(file_system_drive_type, knows_fixed_local_and_remote_ones) {
     EXPECT_EQ(file_system_drive_type("zfs", 0, false), DRIVE_FIXED);
     EXPECT_EQ(file_system_drive_type("overlay", 0, true), DRIVE_FIXED);
     EXPECT_EQ(file_system_drive_type("overlay", 0, false), DRIVE_RAMDISK);
+    EXPECT_EQ(file_system_drive_type("virtiofs", 0, true), DRIVE_FIXED);
+    EXPECT_EQ(file_system_drive_type("9p", 0, true), DRIVE_FIXED);
+    EXPECT_EQ(file_system_drive_type("nfs", 0, true), DRIVE_REMOTE);
+    EXPECT_EQ(file_system_drive_type("virtiofs", 0, false), DRIVE_REMOTE);
     EXPECT_EQ(file_system_drive_type("tmpfs", 0, true), DRIVE_RAMDISK);
     EXPECT_EQ(file_system_drive_type("proc", 0, false), DRIVE_RAMDISK);
     EXPECT_EQ(file_system_drive_type("squashfs", 7, false), DRIVE_CDROM);
