@@ -64,11 +64,6 @@ frequency = "60 s"
 alert_values = [0]
 
 [[check]]
-name = "proc.sshd"
-frequency = "60 s"
-alert_values = [0]
-
-[[check]]
 name = "proc.cron*"
 frequency = "60 s"
 warn_values = [0]
@@ -148,6 +143,23 @@ warn_high = "90 %"
 [[check]]
 name = "ifevents.*.Packets Received Errors"
 frequency = "60 s"
+
+# The host's ends of containers and virtual machines, which come and go with them.
+[[check]]
+name = "if*.veth*.*"
+enabled = false
+
+[[check]]
+name = "if*.cali*.*"
+enabled = false
+
+[[check]]
+name = "if*.tap*.*"
+enabled = false
+
+[[check]]
+name = "if*.vnet*.*"
+enabled = false
 
 [[check]]
 name = "block.physical.*.idle"

@@ -60,7 +60,7 @@ TEST(built_in_policy, knows_every_family) {
     EXPECT_EQ(rule_for(rules, "mem.phys").frequency, 30);
     EXPECT_EQ(rule_for(rules, "system.idle").frequency, 10);
     for (const char *check :
-         {"proc.sshd", "ifthrough.eth0.Bytes Sent/sec", "ifevents.eth0.Packets Received Errors",
+         {"proc.systemd", "ifthrough.eth0.Bytes Sent/sec", "ifevents.eth0.Packets Received Errors",
           "block.physical.8.idle", "smart.PhysicalDrive0", "safte.scsi0:00:06:00.slot.0",
           "ipmisens.E07.I01.S01.00:30", "csmiplus.cntrl:0.logical.lv:0.cciss:status", "custom.backup",
           "perf.System.Processes"})
@@ -86,6 +86,17 @@ TEST(built_in_policy, leaves_services_alone_that_come_and_go) {
         EXPECT_EQ(rule_for(rules, check, "The service is running").enabled, false) << check;
     for (const char *check : {"scm.getty@tty1.service", "scm.systemd-logind.service", "scm.users.service"})
         EXPECT_FALSE(rule_for(rules, check, "The service is running").enabled) << check;
+}
+
+TEST(built_in_policy, leaves_interfaces_of_containers_alone) {
+    policy rules;
+    regex_host = &regex_ops_host;
+    EXPECT_SUCCESS(load_policy("", &rules));
+    for (const char *check : {"ifthrough.veth1a2b3c.Bytes Sent/sec", "ifevents.cali7.Packets Received Errors",
+                              "ifthrough.tap0.Bytes Received/sec", "ifevents.vnet3.Packets Received Errors"})
+        EXPECT_EQ(rule_for(rules, check, "").enabled, false) << check;
+    EXPECT_FALSE(rule_for(rules, "ifthrough.eth0.Bytes Sent/sec", "").enabled);
+    EXPECT_FALSE(rule_for(rules, "ifevents.tailscale0.Packets Received Errors", "").enabled);
 }
 
 TEST(built_in_policy, takes_states_of_hardware_by_their_meaning) {
