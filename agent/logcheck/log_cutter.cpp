@@ -29,6 +29,9 @@ struct log_cutter {
 
 } // namespace
 
+// Of a check that the server configured as one of another kind: no separator, and no rules.
+static constexpr lognode UNCONFIGURED = {};
+
 static void reset_positions(log_cutter *cutter) {
     cutter->fill = cutter->search = cutter->sep_start = cutter->buffer;
 }
@@ -163,7 +166,7 @@ static const char *end_of_file(log_cutter *cutter, followed_file *log, bool stil
 const char *cut_log_records(followed_file *log, devnode *device, bool still_growing, size_t *out_remainder) {
     log_cutter cutter; // too large to be cleared for nothing
     cutter.device = device;
-    cutter.node = device->lognode;
+    cutter.node = device->lognode != nullptr ? device->lognode : &UNCONFIGURED;
     cutter.told_empty = false;
     reset_positions(&cutter);
     log->error = 0;

@@ -34,6 +34,18 @@ TEST_F(log_checks, store_their_position_whatever_came_of_them) {
     results(file);
 }
 
+TEST_F(log_checks, that_the_server_configured_as_another_kind_follow_their_file) {
+    free_lognode(file->lognode);
+    file->lognode = nullptr;
+    host.write_file(PATH, "");
+    EXPECT_SUCCESS(check_log(file, nullptr));
+    host.write_file(PATH, "line\n");
+    EXPECT_SUCCESS(check_log(file, nullptr));
+    EXPECT_SUCCESS(check_log(file, nullptr));
+    EXPECT_EQ(get(OFFSET), "5");
+    EXPECT_EQ(results(file), "0");
+}
+
 TEST_F(log_checks, below_forward_read_nothing) {
     devnode *shared = add_check(forward, "B", "B");
     EXPECT_SUCCESS(check_log(shared, nullptr));
