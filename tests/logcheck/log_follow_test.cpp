@@ -1,6 +1,7 @@
 #include "logcheck/log_follow.h"
 
 #include "logcheck/log_fixture.h"
+#include "platform/clock.h"
 
 static bool overdue_answer;
 static int overdue_questions;
@@ -99,6 +100,21 @@ TEST_F(log_follow, gives_a_file_that_is_just_replaced_a_second) {
     EXPECT_EQ(results(file), "0");
     host.broken.clear();
     EXPECT_EQ(check(), "one");
+}
+
+TEST_F(log_follow, reads_a_file_that_comes_within_that_second) {
+    follow("one\n");
+    check();
+    host.files.erase(PATH);
+    static clock_ops clock;
+    clock = *clock_host;
+    clock.Sleep = [](uint32_t milliseconds) {
+        the_host->sleeps.push_back(milliseconds);
+        the_host->write_file(PATH, "2\n");
+    };
+    clock_host = &clock;
+    EXPECT_EQ(check(), "2");
+    EXPECT_EQ(host.sleeps, std::vector<uint32_t>{1000});
 }
 
 TEST_F(log_follow, opens_only_regular_files) {
