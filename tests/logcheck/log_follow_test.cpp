@@ -409,6 +409,20 @@ TEST_F(log_follow, without_a_separator_goes_by_buffers) {
     EXPECT_EQ(check(), "b\n");
 }
 
+TEST_F(log_follow, cuts_the_words_of_a_failed_search_at_80_bytes) {
+    static regex_ops engine;
+    engine = regex_ops_host;
+    engine.regerror = [](int, const tn_regex *, char *buffer, size_t size) {
+        copy_bounded(buffer, std::string(100, 'w').c_str(), size);
+        return size_t{101};
+    };
+    regex_host = &engine;
+    separate(file, "", 2);
+    follow("a\n");
+    check();
+    EXPECT_TRUE(host.logged(2, "Error finding log separator: " + std::string(79, 'w')));
+}
+
 TEST_F(log_follow, takes_an_empty_match_for_no_separator) {
     separate(file, "x*", 2);
     follow("xabx");
