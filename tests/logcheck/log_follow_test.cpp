@@ -486,6 +486,22 @@ TEST_F(log_follow, tells_a_failed_read_of_a_file_that_stands_still) {
     EXPECT_EQ(get(OFFSET), "4");
 }
 
+TEST_F(log_follow, does_not_tell_a_failed_read_of_a_sample) {
+    follow("one\n");
+    check();
+    static const auto *whole = files_host;
+    whole = files_host;
+    auto failing = *files_host;
+    failing.read = [](host_file, void *, size_t) -> int64_t {
+        files_host = whole;
+        the_host->last_error = 5;
+        return -1;
+    };
+    files_host = &failing;
+    EXPECT_EQ(check(), "");
+    EXPECT_EQ(files_host, whole); // the failure has come
+}
+
 TEST_F(log_follow, comes_back_to_a_growing_file_that_it_could_not_read) {
     follow("one\n");
     host.broken["read"]["/"] = 5;
