@@ -58,6 +58,16 @@ TEST_F(log_rules, that_log_end_a_silence_even_with_a_good_status) {
     results(file);
 }
 
+TEST_F(log_rules, that_log_again_in_a_later_second_move_the_time_of_activity) {
+    add_rule(file, "'.'", LOG_ENTRY, 0);
+    walk("one");
+    results(file);
+    host.now += 7;
+    walk("two");
+    EXPECT_EQ(get("timestamp:log./.var.app\\.log"), std::to_string(host.now));
+    results(file);
+}
+
 TEST_F(log_rules, that_are_quiet_swallow_a_good_entry) {
     add_rule(file, "'.'", QUIET, 0);
     EXPECT_TRUE(walk("text"));
