@@ -1,6 +1,7 @@
 #include "logcheck/log_rules.h"
 
 #include "logcheck/log_fixture.h"
+#include "logcheck/log_silence.h"
 #include "platform/agent_log.h"
 
 class log_rules : public log_fixture {
@@ -65,6 +66,17 @@ TEST_F(log_rules, that_log_again_in_a_later_second_move_the_time_of_activity) {
     host.now += 7;
     walk("two");
     EXPECT_EQ(get("timestamp:log./.var.app\\.log"), std::to_string(host.now));
+    results(file);
+}
+
+TEST_F(log_rules, that_log_end_a_silence_that_was_told_in_the_same_second) {
+    add_rule(file, "'.'", LOG_ENTRY, 0);
+    walk("one");
+    file->lognode->alertSilence = 0;
+    log_silence_evaluate(file, host.now);
+    EXPECT_EQ(get("status_sent:log./.var.app\\.log"), "2");
+    walk("two");
+    EXPECT_EQ(get("status_sent:log./.var.app\\.log"), "0");
     results(file);
 }
 
