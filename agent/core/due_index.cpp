@@ -61,23 +61,33 @@ const due_entry *earliest_log() {
     return best;
 }
 
+bool is_built() {
+    return due.heap != nullptr && due.logs != nullptr;
+}
+
+// False when memory is out; the next look tries again.
+bool build() {
+    due_index_rebuild(due.tree);
+    uint32_t count = devtree_count_checks(due.tree);
+    due.heap = static_cast<due_entry *>(heap_alloc(count * sizeof(due_entry)));
+    due.logs = static_cast<due_entry *>(heap_alloc(count * sizeof(due_entry)));
+    if (!is_built()) return false;
+    uint32_t place = 0;
+    collect(due.tree, &place);
+    for (uint32_t i = due.heap_count; i-- > 0;)
+        sift_down(i);
+    return true;
+}
+
 } // namespace
 
 void due_index_rebuild(devtree *tree) {
     due_index_clear();
     due.tree = tree;
-    uint32_t count = devtree_count_checks(tree);
-    due.heap = static_cast<due_entry *>(heap_alloc(count * sizeof(due_entry)));
-    due.logs = static_cast<due_entry *>(heap_alloc(count * sizeof(due_entry)));
-    if (due.heap == nullptr || due.logs == nullptr) return;
-    uint32_t place = 0;
-    collect(tree, &place);
-    for (uint32_t i = due.heap_count; i-- > 0;)
-        sift_down(i);
 }
 
 devnode *due_index_next() {
-    if (due.heap == nullptr || due.logs == nullptr) return find_next_due(due.tree);
+    if (!is_built() && !build()) return find_next_due(due.tree);
     if (due.heap_count > 0) sift_down(0); // the top is the one whose time may have changed
     const due_entry *log = earliest_log();
     if (due.heap_count == 0 || (log != nullptr && earlier(*log, due.heap[0])))

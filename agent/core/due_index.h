@@ -8,7 +8,9 @@
 
 #include "devtree/devtree.h"
 
-// Takes the devices of the tree in. Without the memory for it, due_index_next walks the tree.
+// Has the next due_index_next take the devices of the tree in, with the times that they have then. So the
+// device that was handed out last may get a new time behind this, too. Without the memory for it,
+// due_index_next walks the tree.
 void due_index_rebuild(devtree *tree);
 
 // The device that is due next, or absent.

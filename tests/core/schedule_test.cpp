@@ -238,6 +238,22 @@ TEST_F(schedule, index_agrees_with_the_walk) {
     }
 }
 
+// As when a burst marks all devices while the loop waits for one of them.
+TEST_F(schedule, index_may_be_rebuilt_while_a_device_is_handed_out) {
+    devtree *group = add_group(&root, "a");
+    for (int i = 0; i < 15; i++)
+        add_device(group, std::to_string(i).c_str(), i == 1 ? 900 : 1000);
+    due_index_rebuild(root.children);
+    devnode *due = due_index_next();
+    mark_burst(root.children);
+    due_index_rebuild(root.children);
+    for (int step = 0; step < 30; step++) {
+        due->next_check = 2000 - step;
+        ASSERT_EQ(due_index_next(), find_next_due(root.children)) << step;
+        due = due_index_next();
+    }
+}
+
 TEST_F(schedule, index_without_memory_walks_the_tree) {
     devnode *device = add_device(add_group(&root, "a"), "x", 5);
     for (uint32_t n : {1U, 2U}) {

@@ -82,6 +82,25 @@ TEST_F(signals, make_a_burst_in_the_order_of_the_tree) {
     EXPECT_EQ(order, "habcdefg"); // the check that the present wait was for goes ahead
 }
 
+// The check that goes ahead stands in the midst of the tree, and its next time is far away.
+TEST_F(signals, make_a_burst_that_keeps_no_check_behind_the_one_that_went_ahead) {
+    server.checkin_frequency = 36000;
+    wire::group group = {"mem", {}, {}};
+    for (int i = 0; i < 20; i++)
+        group.checks.push_back(
+            wire::continuous(std::string(1, static_cast<char>('a' + i)), i == 1 ? 80 : 90));
+    begin({group});
+    sim.run_for(10);
+    sim.signal_burst();
+    sim.run_for(1);
+    sim.log.clear();
+    sim.run_for(75);
+    std::string order;
+    for (const sim_line &line : sim.log)
+        if (line.text.starts_with("Agent will check device ")) order += line.text[24];
+    EXPECT_EQ(order, "bacdefghijklmnopqrst");
+}
+
 TEST_F(signals, make_a_burst_once_and_count_the_period_from_it) {
     begin({{"mem", {wire::continuous("phys", 50), wire::continuous("swap", 20)}}});
     sim.run_for(30);
