@@ -32,7 +32,7 @@ std::atomic<int32_t> upgrade_pending;
 
 namespace {
 
-constexpr int64_t NEVER = 0x7FFFFFFF;
+constexpr int64_t NEVER = INT64_MAX;
 constexpr int64_t LATE = 5; // seconds behind the checkin's due time
 constexpr int32_t REGRESSION_HOLD = 2;
 

@@ -41,6 +41,16 @@ TEST_F(clock_changes, forward_by_a_day_run_each_check_once) {
     EXPECT_EQ(sim.count_logged("failed"), 0);
 }
 
+// There the server's time no longer fits its message, so that no checkin comes to its end.
+TEST_F(clock_changes, to_a_time_beyond_2038_leave_an_empty_tree_to_checkins_alone) {
+    sim.set_clock(INT64_C(0x80000000) - SIM_START);
+    sim.start_agent();
+    sim.run_for(10 * MINUTE);
+    EXPECT_FALSE(sim.exit_status.has_value());
+    EXPECT_TRUE(sim.logged_part("Agent failed checkin"));
+    EXPECT_FALSE(sim.logged_part("Agent will check"));
+}
+
 TEST_F(clock_changes, reach_the_server_as_a_new_offset) {
     begin({{"mem", {wire::continuous("phys", 60)}}});
     server.clock = [this] { return SIM_START + sim.scheduler.now_ms / 1000; }; // a clock of its own
