@@ -19,7 +19,7 @@ static constexpr const char *BOX_TITLE = "Tarnix: Set Agent In Downtime";
 
 void try_local_down(int32_t minutes) {
     char command[COMMAND_SIZE];
-    char reply[COMMAND_SIZE] = "CANARY"; // a reply that nobody has written can be told
+    char reply[COMMAND_SIZE + 1] = "CANARY"; // a reply that nobody has written can be told
     snprintf(command, sizeof command, "DOWN %d\n", minutes);
     if (send_command(command, reply, sizeof reply)) process_exit(show_down_result(reply));
     agent_log(LOG_DETAIL, "[cmd] could not connect to running agent: %.500s", reply);

@@ -102,9 +102,9 @@ TEST_F(local_down, tells_of_an_empty_reply) {
 }
 
 TEST_F(local_down, keeps_the_end_of_a_reply_that_fills_the_buffer) {
-    beside.reads = {{"OK " + std::string(1020, 'x')}};
+    beside.reads = {{"OK " + std::string(1021, 'x')}};
     EXPECT_EQ(status(), 0);
-    expect_shown("OK " + std::string(1020, 'x') + "\n");
+    expect_shown("OK " + std::string(1021, 'x') + "\n");
 }
 
 TEST_F(local_down, takes_a_short_reply_for_a_failure) {
