@@ -26,7 +26,10 @@ int32_t backoff_seconds() {
     const agent_config *config = config_in_force;
     if (failure_count < config->server_count || regression_flag != 0) return 0;
     int32_t period = std::max(config->checkin_freq, SHORTEST_PERIOD);
-    return (failure_count - config->server_count + 2) * period / 10 + tn_rand() % (period / 5);
+    // The server may order a period with which the product wraps in 32 bits.
+    auto weight = static_cast<uint32_t>(failure_count - config->server_count + 2);
+    auto product = static_cast<int32_t>(weight * static_cast<uint32_t>(period));
+    return product / 10 + tn_rand() % (period / 5);
 }
 
 int64_t checkin_period_end() {

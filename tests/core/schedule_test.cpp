@@ -98,6 +98,16 @@ TEST_F(schedule, short_and_unset_periods_hold_as_ten_seconds) {
     }
 }
 
+TEST_F(schedule, hold_of_a_very_long_period_wraps) {
+    config_in_force->checkin_freq = INT32_MAX;
+    failure_count = 2;
+    int32_t hold = backoff_seconds();
+    EXPECT_GE(hold, 214748364); // a tenth of three times the period, which is less by 2 to the 32nd
+    EXPECT_LE(hold, 214748364 + 0x7FFF);
+    failure_count = 3;
+    EXPECT_LE(backoff_seconds(), 0x7FFF);
+}
+
 TEST_F(schedule, failures_stop_counting_seven_beyond_the_servers) {
     config_in_force->server_count = 2;
     for (int i = 0; i < 50; i++)
