@@ -160,6 +160,14 @@ TEST_F(device_tree, finds_a_child_by_its_exact_id) {
     EXPECT_NE(devtree_child(top.get(), "child", "Name"), child);
 }
 
+TEST_F(device_tree, finds_a_child_of_an_empty_id) {
+    devtree_guard top(top_group("top"));
+    devtree *named = devtree_child(top.get(), "child", "Name");
+    devtree *unnamed = devtree_child(top.get(), "", "None");
+    EXPECT_NE(unnamed, named);
+    EXPECT_EQ(devtree_child(top.get(), "", "Another name"), unnamed);
+}
+
 TEST_F(device_tree, appends_a_new_child_as_the_last_one) {
     devtree_guard top(top_group("top"));
     for (const char *id : {"b", "a", "", "b"})
