@@ -89,6 +89,13 @@ TEST_F(crash, of_a_program_without_a_path_has_a_dump_too) {
     EXPECT_EQ(calls[0], "create marquent.dmp");
 }
 
+TEST_F(crash, in_a_deep_folder_has_a_line_longer_than_a_failure_text) {
+    std::string deep = "C:\\" + std::string(230, 'd') + "\\";
+    host.program = deep + "tnagent.exe";
+    EXPECT_EQ(fault(), 1);
+    expect_told(detected(deep + "tnagent.dmp"));
+}
+
 TEST_F(crash, writes_over_an_earlier_dump) {
     fault();
     crash_filter(nullptr);
