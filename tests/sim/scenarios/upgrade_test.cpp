@@ -118,6 +118,12 @@ TEST_F(self_upgrade, of_more_than_ten_megabytes_fails_and_is_tried_again) {
     EXPECT_EQ(sim.disk.get(PLACED), "good");
 }
 
+TEST_F(self_upgrade, holds_nothing_of_an_earlier_try) {
+    sim.disk.put("download.tmp", std::string(6000, 'o'));
+    make_ready();
+    EXPECT_EQ(sim.disk.get(PLACED), server.package);
+}
+
 TEST_F(self_upgrade, that_is_cut_at_any_byte_fails_and_the_next_offer_brings_it) {
     server.package = "abc";
     for (int64_t length = 0; length < 24; length++) {
