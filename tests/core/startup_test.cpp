@@ -105,7 +105,7 @@ TEST_F(startup, port_is_cut_to_16_bits_without_a_warning) {
 }
 
 TEST_F(startup, port_that_is_no_number_falls_back_with_a_warning) {
-    for (const char *port : {"abc", "0", "65536"}) {
+    for (const char *port : {"abc", "0", "65536", "0x10"}) {
         write_settings("server_port = 7\n");
         host.log.clear();
         start({"-p", port});
