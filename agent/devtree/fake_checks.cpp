@@ -57,7 +57,7 @@ static devnode_guard fake_device(uint32_t number) {
 const char *scan_fake_memory(devtree *root) {
     devtree *group = devtree_child(root, "mem", "Free Memory");
     if (group == nullptr) return "Couldn't allocate devtree_child mem";
-    for (uint32_t number = fake_device_count; number > 0; number--) // each goes in front of the others
+    for (uint32_t number = 1; number <= fake_device_count; number++)
         devtree_add_devices(group, fake_device(number).release());
     return nullptr;
 }

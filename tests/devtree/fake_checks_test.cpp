@@ -46,7 +46,7 @@ TEST_F(regression, offers_the_devices_it_was_told) {
     const devtree *group = top->children;
     EXPECT_STREQ(group->id, "mem");
     EXPECT_STREQ(group->name, "Free Memory");
-    EXPECT_EQ(shape_of(group), "mem[fakephys1 fakephys2 fakephys3]");
+    EXPECT_EQ(shape_of(group), "mem[fakephys3 fakephys2 fakephys1]") << "each goes in front of the others";
     const devnode *second = group->devices->next;
     EXPECT_STREQ(second->name, "Faked physical memory 2");
     EXPECT_STREQ(second->comment, "Faked Physical memory for regression test use. Number 2");
