@@ -54,6 +54,12 @@ TEST_F(translate_to_national, does_not_take_an_index_for_a_name) {
     EXPECT_FALSE(to_national("238"));
 }
 
+TEST_F(translate_to_national, takes_an_index_of_a_program_s_own_counters) {
+    counters.add(70000, "Mail Queue", "Postausgang");
+    EXPECT_TRUE(to_national("Mail Queue"));
+    EXPECT_STREQ(name, "Postausgang");
+}
+
 TEST_F(translate_to_national, takes_the_first_of_several_indexes) {
     counters.add(500, "Memory", "zweiter");
     EXPECT_TRUE(to_national("Memory"));
