@@ -67,7 +67,9 @@ static void open_again(const char *path) {
     }
 }
 
+// A request that comes meanwhile may speak of the file that has just been opened, and holds for the next time.
 static void rotate_and_reopen(const agent_config *config, int64_t now) {
+    reopen_log_flag = 0;
     agent_log(LOG_NORMAL, "Re-opening log...");
     bool renames = rotates(config) && !moved_away(config->logfile);
     log_close();
@@ -77,7 +79,6 @@ static void rotate_and_reopen(const agent_config *config, int64_t now) {
     log_created = now;
     agent_log(LOG_NORMAL, "Tarnix %s Agent reopened logfile...", version_text);
     if (error != nullptr) agent_log(LOG_NORMAL, "Error rotating logfiles: %s", error);
-    reopen_log_flag = 0;
 }
 
 void log_check_rotate() {

@@ -195,6 +195,20 @@ TEST_F(log_rotation, happens_at_once_when_it_is_asked_for) {
     EXPECT_EQ(lines(host.read_file(PATH)), reopened());
 }
 
+TEST_F(log_rotation, happens_once_more_where_it_is_asked_for_meanwhile) {
+    files_ops asking = *files_host;
+    const files_ops *real = files_host;
+    asking.restart_age = [](const char *) { reopen_log_flag = 1; };
+    files_host = &asking;
+    reopen_log_flag = 1;
+    log_check_rotate();
+    EXPECT_EQ(reopen_log_flag, 1) << "whoever asked may have moved the new file";
+    files_host = real;
+    log_check_rotate();
+    EXPECT_EQ(host.count_logged("Re-opening"), 2);
+    EXPECT_EQ(reopen_log_flag, 0);
+}
+
 TEST_F(log_rotation, moves_the_family_up_and_drops_the_oldest) {
     config.max_log_files = 3;
     write_old(1, "one");
