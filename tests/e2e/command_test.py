@@ -50,6 +50,7 @@ class Channel(ProgramsTest):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertTrue(last_line(done).startswith("OK "), done.stderr)
         self.agent.wait_for('handle_named_pipe Got "DOWN 5')
+        self.agent.wait_for("ConnectNamedPipe -> OK", 2)  # a client does not wait until the channel is free
         self.assertEqual(self.agent.run("--down").returncode, 0)
         self.agent.wait_for('handle_named_pipe Got "DOWN 30')
 
