@@ -38,6 +38,11 @@ void parse_stat(const std::string &text) {
     fuzz_require(start != std::string::npos && end > start, "a name has parentheses");
     fuzz_require(whole.substr(start + 1, end - start - 1).substr(0, IMAGE_NAME_SIZE - 1) == found.name,
                  "a name is what stands between them");
+    fuzz_require(found.state == text.c_str() + end + 1 + (whole[end + 1] == ' '),
+                 "the state stands behind it");
+    process_run run = parse_process_run(1, found.state);
+    fuzz_require(run.stack == 0 || whole.find_first_of("0123456789", end) != std::string::npos,
+                 "a number has digits");
 }
 
 void complete(const std::string &text) {

@@ -7,6 +7,8 @@
 #include "probes/os/processes_ops.h"
 #include "settings/settings.h"
 
+#include <cstring>
+
 const processes_ops *processes_host;
 
 namespace {
@@ -25,6 +27,11 @@ using snapshot_guard = guard<uint8_t, heap_free>;
 struct pid_table {
     guard<uint32_t, heap_free> ids; // absent where the table cannot be had
     uint32_t count;
+};
+
+struct pid_name {
+    text_guard text; // absent for a process whose name cannot be had
+    bool cut;
 };
 
 } // namespace
@@ -94,6 +101,15 @@ static void report(resnode *result, bool available) {
     text_replace(&result->comment, text_copy(available ? "Available" : "Missing"));
 }
 
+// Of a process whose name is but a beginning, any name that goes on so may be the whole one. A host that is
+// short of disks has such processes now and then: they are not missing.
+static bool is_named(const char *name, bool cut, const char *id) {
+    if (!cut) return text_equal_folded(name, id);
+    char beginning[IMAGE_NAME_SIZE];
+    copy_bounded(beginning, id, strlen(name) + 1);
+    return text_equal_folded(name, beginning);
+}
+
 const char *scan_processes(devtree *root) {
     agent_log(LOG_TRACE, "In scan_processes");
     if (uses_psapi()) return scan_processes_old(root);
@@ -116,7 +132,7 @@ const char *check_process(devnode *device, resnode *result) {
     bool available = false;
     char name[IMAGE_NAME_SIZE];
     while (!available && next_name(&walk, name))
-        available = text_equal_folded(name, device->id);
+        available = is_named(name, walk.cut, device->id);
     report(result, available);
     return nullptr;
 }
@@ -153,18 +169,23 @@ static bool read_base_name(process *handle, uint32_t id, char *name) {
     return true;
 }
 
-// Absent for a process whose name cannot be had.
-static text_guard get_pid_name(uint32_t id) {
+static bool is_cut(const process *handle) {
+    return processes_host->name_is_cut != nullptr && processes_host->name_is_cut(handle);
+}
+
+static pid_name get_pid_name(uint32_t id) {
     process *handle = processes_host->OpenProcess(PROCESS_QUERY_AND_READ, id);
-    text_guard name(heap_array<char>(MODULE_NAME_SIZE));
+    pid_name name = {.text = text_guard(heap_array<char>(MODULE_NAME_SIZE)), .cut = false};
     if (handle == nullptr) {
         if (id != 0) agent_log(LOG_WARNING, "Warning: Unable to open pid %u", id);
         return {};
     }
-    if (name == nullptr)
+    if (name.text == nullptr)
         agent_log(LOG_ERROR, "Out of memory! When allocating new module name");
-    else if (!read_base_name(handle, id, name.get()))
-        name.reset();
+    else if (read_base_name(handle, id, name.text.get()))
+        name.cut = is_cut(handle);
+    else
+        name.text.reset();
     processes_host->CloseHandle(handle);
     return name;
 }
@@ -175,7 +196,8 @@ const char *scan_processes_old(devtree *root) {
     if (table.ids == nullptr) return "Error reading process list";
     devnode *found = nullptr;
     for (uint32_t i = 0; i < table.count; i++)
-        if (text_guard name = get_pid_name(table.ids.get()[i])) put_in_front(&found, new_process(name.get()));
+        if (pid_name name = get_pid_name(table.ids.get()[i]); name.text != nullptr)
+            put_in_front(&found, new_process(name.text.get()));
     return found != nullptr ? offer_processes(root, found) : nullptr;
 }
 
@@ -185,8 +207,8 @@ const char *check_process_old(devnode *device, resnode *result) {
     bool available = false;
     for (uint32_t i = 0; i < table.count && !available; i++) {
         uint32_t id = table.ids.get()[i];
-        text_guard name = id != 0 ? get_pid_name(id) : text_guard();
-        available = name != nullptr && text_equal_folded(name.get(), device->id);
+        pid_name name = id != 0 ? get_pid_name(id) : pid_name();
+        available = name.text != nullptr && is_named(name.text.get(), name.cut, device->id);
     }
     report(result, available);
     return nullptr;

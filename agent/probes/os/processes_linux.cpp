@@ -10,6 +10,7 @@
 
 struct process {
     uint32_t id;
+    bool cut; // the name that was given
 };
 
 static constexpr auto SNAPSHOT_FAILED = static_cast<int32_t>(0xC0000001);
@@ -107,7 +108,11 @@ static bool enum_modules(process *, process_module **out_first, uint32_t size, u
 }
 
 static bool module_name(process *opened, process_module *, char *name, uint32_t size) {
-    return read_process_name(FILES, opened->id, name, size);
+    return read_process_name(FILES, opened->id, name, size, &opened->cut);
+}
+
+static bool name_is_cut(const process *opened) {
+    return opened->cut;
 }
 
 static void close_process(process *opened) {
@@ -123,5 +128,6 @@ const processes_ops processes_ops_host = {
     .OpenProcess = open_process,
     .EnumProcessModules = enum_modules,
     .GetModuleBaseNameA = module_name,
+    .name_is_cut = name_is_cut,
     .CloseHandle = close_process,
 };

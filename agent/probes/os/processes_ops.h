@@ -22,6 +22,7 @@ struct process_walk {
     uint64_t address;  // where the snapshot lay when it was taken: records may point into it
     uint32_t position; // of the next record
     bool ended;
+    bool cut; // the name that was given last is but a beginning: the whole one cannot be had now
 };
 
 struct process;        // an open process
@@ -45,6 +46,8 @@ struct processes_ops {
     bool (*EnumProcessModules)(process *handle, process_module **out_first, uint32_t size,
                                uint32_t *out_needed);
     bool (*GetModuleBaseNameA)(process *handle, process_module *module, char *name, uint32_t size);
+    // Whether the name that was given is but a beginning. Absent where no host cuts names.
+    bool (*name_is_cut)(const process *handle);
     void (*CloseHandle)(process *handle);
 };
 

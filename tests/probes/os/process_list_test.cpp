@@ -105,7 +105,34 @@ struct recorded_processes : testing::Test {
     recorded_machine machine{"relay"};
 
     recorded_processes() { processes_host = &RECORDED_OPS; }
-    ~recorded_processes() override { processes_host = nullptr; }
+    ~recorded_processes() override {
+        process_names_reset();
+        processes_host = nullptr;
+    }
+
+    // Of one that is busy, in what follows the name in `stat`.
+    void put(uint32_t id, const std::string &name, char state, const char *stack = "140733193388032",
+             const char *started = "200") {
+        machine.texts[path_of(id, "stat")] = std::to_string(id) + " (" + name + ") " + state +
+                                             " 1 1 1 0 -1 4194560 0 0 0 0 10 5 0 0 20 0 1 0 " + started +
+                                             " 10000000 500 18446744073709551615 94000000 94100000 " + stack +
+                                             " 0 0\n";
+    }
+    static int check(const char *name) {
+        devnode_guard device(alloc_devnode());
+        device->id = text_copy(name);
+        resnode result = {};
+        EXPECT_SUCCESS(check_process(device.get(), &result));
+        heap_free(result.comment);
+        return result.value;
+    }
+    std::string name_of(uint32_t id) {
+        char name[IMAGE_NAME_SIZE];
+        bool cut = false;
+        machine.reads.clear();
+        if (!read_process_name(RECORDED, id, name, sizeof name, &cut)) return "(none)";
+        return std::string(name) + (cut ? "..." : "");
+    }
 
     bool was_read(const std::string &path) const {
         return std::find(machine.reads.begin(), machine.reads.end(), path) != machine.reads.end();
@@ -147,6 +174,26 @@ TEST(parse_process_stat, knows_a_process_that_has_ended) {
 
 TEST(parse_process_stat, knows_a_process_whose_first_thread_alone_has_ended) {
     EXPECT_FALSE(ended(ENDED_LEADER));
+}
+
+TEST(parse_process_run, takes_the_start_and_the_stack) {
+    process_stat found = {};
+    ASSERT_TRUE(parse_process_stat("640 (a b) D 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 "
+                                   "23 24 25 26",
+                                   &found));
+    EXPECT_EQ(*found.state, 'D');
+    process_run run = parse_process_run(640, found.state);
+    EXPECT_EQ(run.id, 640U);
+    EXPECT_EQ(run.started, 19U);
+    EXPECT_EQ(run.stack, 25U);
+}
+
+TEST(parse_process_run, takes_what_is_not_there_for_0) {
+    for (const char *state : {"", "S", "S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18"}) {
+        process_run run = parse_process_run(1, state);
+        EXPECT_EQ(run.started, 0U) << state;
+        EXPECT_EQ(run.stack, 0U) << state;
+    }
 }
 
 TEST(complete_from_program, takes_the_last_part_of_the_path) {
@@ -218,12 +265,7 @@ TEST_F(recorded_processes, may_go_while_the_list_is_read) {
 }
 
 TEST_F(recorded_processes, are_read_no_further_than_the_first_match) {
-    devnode_guard device(alloc_devnode());
-    device->id = text_copy("KTHREADD");
-    resnode result = {};
-    EXPECT_SUCCESS(check_process(device.get(), &result));
-    EXPECT_EQ(result.value, 1);
-    heap_free(result.comment);
+    EXPECT_EQ(check("KTHREADD"), 1);
     EXPECT_EQ(machine.reads, (texts{"/proc/1/stat", "/proc/2/stat"}));
 }
 
@@ -234,8 +276,10 @@ TEST_F(recorded_processes, are_no_processes_where_nothing_of_them_runs) {
 
 TEST_F(recorded_processes, have_names_within_the_room_for_them) {
     char name[16];
-    EXPECT_TRUE(read_process_name(RECORDED, 640, name, sizeof name));
+    bool cut = true;
+    EXPECT_TRUE(read_process_name(RECORDED, 640, name, sizeof name, &cut));
     EXPECT_STREQ(name, "unattended-upgr");
+    EXPECT_FALSE(cut);
 }
 
 TEST_F(recorded_processes, without_a_name_take_that_of_their_program) {
@@ -244,6 +288,114 @@ TEST_F(recorded_processes, without_a_name_take_that_of_their_program) {
     EXPECT_EQ(scanned()[0], "systemd");
     machine.texts["/proc/1/exe"] = machine.texts["/proc/1/cmdline"] = "";
     EXPECT_EQ(scanned()[0], "Idle");
+}
+
+// ---- whole names, asked for once
+
+TEST_F(recorded_processes, are_asked_for_their_whole_names_once) {
+    put(512, "systemd-timesyn", 'S');
+    put(640, "unattended-upgr", 'S');
+    put(1500, "worker-thread-1", 'S');
+    EXPECT_EQ(name_of(512), "systemd-timesyncd");
+    EXPECT_TRUE(was_read("/proc/512/exe"));
+    EXPECT_EQ(name_of(640), "unattended-upgrade-shutdown");
+    EXPECT_EQ(name_of(1500), "worker-thread-1") << "which is whole";
+    EXPECT_TRUE(was_read("/proc/1500/cmdline"));
+    for (char state : {'S', 'R', 'D', 'T'}) {
+        put(512, "systemd-timesyn", state);
+        EXPECT_EQ(name_of(512), "systemd-timesyncd");
+        EXPECT_EQ(machine.reads, texts{"/proc/512/stat"}) << state;
+    }
+    EXPECT_EQ(name_of(640), "unattended-upgrade-shutdown");
+    EXPECT_EQ(machine.reads, texts{"/proc/640/stat"});
+    EXPECT_EQ(name_of(1500), "worker-thread-1");
+    EXPECT_EQ(machine.reads, texts{"/proc/1500/stat"});
+}
+
+TEST_F(recorded_processes, are_asked_again_when_another_program_or_process_follows) {
+    put(512, "systemd-timesyn", 'S');
+    EXPECT_EQ(name_of(512), "systemd-timesyncd");
+    machine.texts["/proc/512/exe"] = "/opt/systemd-timesync-other";
+    put(512, "systemd-timesyn", 'S', "140733193399999");
+    EXPECT_EQ(name_of(512), "systemd-timesync-other") << "another program in it";
+    machine.texts["/proc/512/exe"] = "/opt/systemd-timesync-third";
+    put(512, "systemd-timesyn", 'S', "140733193399999", "201");
+    EXPECT_EQ(name_of(512), "systemd-timesync-third") << "another process";
+    put(512, "another-process", 'S', "140733193399999", "201");
+    machine.texts["/proc/512/exe"] = "/opt/another-process-of-it";
+    EXPECT_EQ(name_of(512), "another-process-of-it") << "another name";
+}
+
+TEST_F(recorded_processes, that_may_not_be_looked_into_are_asked_each_time) {
+    put(512, "systemd-timesyn", 'S', "0");
+    EXPECT_EQ(name_of(512), "systemd-timesyncd");
+    machine.texts["/proc/512/exe"] = "/opt/systemd-timesync-other";
+    EXPECT_EQ(name_of(512), "systemd-timesync-other") << "of another program in it nothing tells";
+    put(512, "systemd-timesyn", 'D', "0");
+    EXPECT_EQ(name_of(512), "systemd-timesync-other");
+    EXPECT_EQ(machine.reads, texts{"/proc/512/stat"});
+}
+
+TEST_F(recorded_processes, are_not_remembered_where_nothing_could_be_read) {
+    put(512, "systemd-timesyn", 'S');
+    std::string program = machine.text("/proc/512/exe");
+    machine.texts["/proc/512/exe"] = machine.texts["/proc/512/cmdline"] = "";
+    EXPECT_EQ(name_of(512), "systemd-timesyn");
+    machine.texts["/proc/512/exe"] = program;
+    EXPECT_EQ(name_of(512), "systemd-timesyncd");
+}
+
+TEST_F(recorded_processes, in_an_uninterruptible_sleep_are_not_asked) {
+    put(512, "systemd-timesyn", 'D');
+    EXPECT_EQ(name_of(512), "systemd-timesyn...");
+    EXPECT_EQ(machine.reads, texts{"/proc/512/stat"});
+    put(512, "systemd-timesyn", 'S');
+    EXPECT_EQ(name_of(512), "systemd-timesyncd");
+    put(512, "systemd-timesyn", 'D', "140733193399999");
+    EXPECT_EQ(name_of(512), "systemd-timesyn...") << "another program";
+    put(512, "systemd", 'D');
+    EXPECT_EQ(name_of(512), "systemd");
+}
+
+TEST_F(recorded_processes, in_an_uninterruptible_sleep_are_not_missing) {
+    put(512, "systemd-timesyn", 'D');
+    EXPECT_EQ(scanned()[4], "systemd-timesyn");
+    EXPECT_EQ(check("Systemd-TimeSyncd"), 1);
+    EXPECT_EQ(check("systemd-timesyn"), 1);
+    EXPECT_EQ(check("systemd-timesy"), 0);
+    EXPECT_EQ(check("systemd-timesXncd"), 0);
+    put(512, "systemd-timesyn", 'S');
+    EXPECT_EQ(check("systemd-timesyncd"), 1);
+    EXPECT_EQ(check("systemd-timesync-other"), 0);
+    put(512, "systemd-timesyn", 'D');
+    EXPECT_EQ(check("systemd-timesyncd"), 1);
+    EXPECT_EQ(check("systemd-timesync-other"), 0) << "its name is known";
+}
+
+TEST_F(recorded_processes, without_a_name_are_not_every_process) {
+    put(1, "", 'D');
+    EXPECT_EQ(name_of(1), "");
+    EXPECT_EQ(machine.reads, texts{"/proc/1/stat"});
+    EXPECT_EQ(check("nothing of the kind"), 0);
+    EXPECT_EQ(check("Idle"), 1);
+}
+
+TEST_F(recorded_processes, that_have_gone_are_forgotten) {
+    put(512, "systemd-timesyn", 'S');
+    put(1500, "worker-thread-1", 'S');
+    put(1700, "a-name-of-15-by", 'S');
+    machine.texts["/proc/1700/exe"] = "/opt/a-name-of-15-bytes-and-more";
+    scanned();
+    int64_t before = host.blocks;
+    machine.texts["/proc/1700/stat"] = "";
+    scanned();
+    EXPECT_EQ(host.blocks, before - 2) << "the last one";
+    machine.texts["/proc/512/stat"] = std::string("512 (systemd-timesyn)") + ZOMBIE;
+    check("worker-thread-1");
+    EXPECT_EQ(host.blocks, before - 4) << "one that a check has passed";
+    put(1500, "short", 'S');
+    scanned();
+    EXPECT_EQ(host.blocks, before - 6) << "one that is cut no more";
 }
 
 TEST(next_listed_process, ends_with_the_snapshot) {

@@ -5,6 +5,7 @@
 #include "fakes/test_host.h"
 #include "platform/errors.h"
 #include "platform/text.h"
+#include "probes/os/process_names.h"
 #include "probes/os/processes_ops.h"
 #include "settings/settings.h"
 
@@ -91,6 +92,8 @@ struct linux_processes : testing::TestWithParam<bool> {
         error_host = &error_ops_host;
     }
     ~linux_processes() override {
+        process_names_reset();
+        EXPECT_EQ(host.blocks, 0);
         processes_host = nullptr;
         config_in_force = nullptr;
     }
@@ -174,6 +177,35 @@ TEST_P(linux_processes, have_the_whole_names_of_their_scripts) {
     EXPECT_EQ(count(name), 1);
 }
 
+TEST_P(linux_processes, that_turn_to_another_program_have_its_name) {
+    std::string first = with_own_id("-program-whose-name-is-long");
+    std::string second = first + "er";
+    std::filesystem::copy_file("/bin/sh", path(first));
+    std::filesystem::copy_file("/bin/cat", path(second));
+    std::string order = "read line; exec " + path(second);
+    int waits[2];
+    ASSERT_EQ(pipe(waits), 0);
+    child one([&] {
+        dup2(waits[0], 0);
+        execl(path(first).c_str(), "x", "-c", order.c_str(), nullptr);
+        _exit(127);
+    });
+    EXPECT_EQ(check(first), 1);
+    EXPECT_EQ(check(first), 1);
+    EXPECT_EQ(check(second), 0);
+    EXPECT_EQ(write(waits[1], "\n", 1), 1);
+    bool turned = false;
+    for (int i = 0; i < 1000 && !turned; i++) {
+        usleep(10'000);
+        turned = check(second) == 1;
+    }
+    EXPECT_TRUE(turned);
+    EXPECT_EQ(check(first), 0);
+    close(waits[0]);
+    close(waits[1]);
+    kill(one.id, SIGKILL);
+}
+
 TEST_P(linux_processes, keep_a_name_of_15_bytes_that_is_whole) {
     std::string name = with_own_id("exactly15_bytes").substr(0, 15);
     child one([&] { call_oneself(name); });
@@ -247,7 +279,9 @@ TEST(linux_process_ids, open_only_where_somebody_has_them) {
     EXPECT_TRUE(processes_ops_host.EnumProcessModules(self, &module, 8, &needed));
     EXPECT_TRUE(processes_ops_host.GetModuleBaseNameA(self, module, name, sizeof name));
     EXPECT_STREQ(name, "probes_");
+    EXPECT_FALSE(processes_ops_host.name_is_cut(self));
     processes_ops_host.CloseHandle(self);
+    process_names_reset();
     host.fail_allocation = 1;
     EXPECT_EQ(processes_ops_host.OpenProcess(0x410, static_cast<uint32_t>(getpid())), nullptr);
     EXPECT_EQ(errno, ENOMEM);
