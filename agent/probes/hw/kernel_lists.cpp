@@ -154,21 +154,16 @@ static bool parse_host(const char *name, uint32_t *out) {
     return read_word(&name, "host") && read_number(&name, out) && *name == '\0';
 }
 
-static uint32_t hosts_before(const name_list *hosts, uint32_t number) {
-    uint32_t before = 0;
-    for (uint32_t i = 0; i < hosts->count; i++) {
-        uint32_t other = 0;
-        if (parse_host(hosts->names[i], &other) && other < number) before++;
-    }
-    return before;
-}
-
-bool host_of_port(const name_list *hosts, uint32_t port, uint32_t *out_host) {
-    for (uint32_t i = 0; i < hosts->count; i++) {
+uint32_t lowest_hosts(const name_list *names, uint32_t *numbers, uint32_t room) {
+    uint32_t count = 0;
+    for (uint32_t i = 0; i < names->count; i++) {
         uint32_t number = 0;
-        if (!parse_host(hosts->names[i], &number) || hosts_before(hosts, number) != port) continue;
-        *out_host = number;
-        return true;
+        if (!parse_host(names->names[i], &number)) continue;
+        uint32_t *place = std::upper_bound(numbers, numbers + count, number);
+        if (place == numbers + room) continue;
+        if (count < room) count++;
+        std::copy_backward(place, numbers + count - 1, numbers + count);
+        *place = number;
     }
-    return false;
+    return count;
 }

@@ -59,6 +59,5 @@ bool parse_scsi_address(const char *name, scsi_address *out);
 // A negative number where `a` comes before `b`, 0 for equal ones.
 int compare_scsi_addresses(const scsi_address &a, const scsi_address &b);
 
-// The host that has this place among all hosts ("host0", "host2", "host10" ...) by their numbers. Ports have
-// no gaps, hosts do.
-bool host_of_port(const name_list *hosts, uint32_t port, uint32_t *out_host);
+// The lowest numbers of hosts ("host0", "host2", "host10" ...), in their order, as many as fit.
+uint32_t lowest_hosts(const name_list *names, uint32_t *numbers, uint32_t room);

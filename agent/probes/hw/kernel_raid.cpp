@@ -26,6 +26,10 @@ constexpr uint16_t COMMAND_DONE = 0;
 constexpr uint16_t COMMAND_TARGET_STATUS = 1;
 constexpr uint16_t COMMAND_LESS_DATA = 2;
 
+// The ports as the walk over them has found them at its start, and where it stands; 0 for none.
+kernel_ports ports;
+uint32_t next_port;
+
 } // namespace
 
 // ---- opening
@@ -71,9 +75,29 @@ static bool open_controller(uint32_t host, raid_adapter *adapter) {
     return adapter->node != NO_NODE;
 }
 
+void kernel_raid_reset() {
+    next_port = 0;
+}
+
+// A port that is not behind the one before begins a walk.
+static uint32_t find_host(const char *path, uint32_t *out_host) {
+    uint32_t port = 0;
+    if (!kernel_port_of_path(path, &port)) return ENOENT;
+    bool begins = port < next_port || next_port == 0;
+    next_port = 0;
+    if (begins && !kernel_read_ports(&ports)) return ENOMEM;
+    next_port = port + 1;
+    if (port >= ports.count) return ENOENT;
+    *out_host = ports.hosts[port];
+    return 0;
+}
+
 raid_adapter *kernel_raid_open(const char *path, uint32_t) {
     uint32_t host = 0;
-    if (!kernel_host_of_path(path, &host)) return nullptr;
+    if (uint32_t reason = find_host(path, &host)) {
+        kernel_host->set_last_error(reason);
+        return nullptr;
+    }
     guard<raid_adapter, heap_free> adapter(heap_new<raid_adapter>());
     if (adapter == nullptr) {
         kernel_host->set_last_error(ENOMEM);

@@ -32,16 +32,15 @@ using units_guard = guard<scsi_unit, heap_free>;
 
 // ---- ports and nodes
 
-static bool parse_port(const char *path, uint32_t *out) {
-    return read_word(&path, "\\\\.\\scsi") && read_number(&path, out) && text_equal(path, ":");
+bool kernel_port_of_path(const char *path, uint32_t *out_port) {
+    return read_word(&path, "\\\\.\\scsi") && read_number(&path, out_port) && text_equal(path, ":");
 }
 
-bool kernel_host_of_path(const char *path, uint32_t *out_host) {
-    uint32_t port = 0;
-    name_list_guard hosts(read_names("/sys/class/scsi_host/"));
-    bool found = hosts != nullptr && parse_port(path, &port) && host_of_port(hosts.get(), port, out_host);
-    if (!found) kernel_host->set_last_error(hosts != nullptr ? ENOENT : ENOMEM);
-    return found;
+bool kernel_read_ports(kernel_ports *out) {
+    name_list_guard names(read_names("/sys/class/scsi_host/"));
+    if (names == nullptr) return false;
+    out->count = lowest_hosts(names.get(), out->hosts, KERNEL_PORTS);
+    return true;
 }
 
 bool kernel_generic_node(const char *device, char *path, size_t size) {
@@ -53,14 +52,19 @@ bool kernel_generic_node(const char *device, char *path, size_t size) {
 }
 
 scsi_adapter *kernel_scsi_open(const char *path, uint32_t) {
-    uint32_t host = 0;
-    if (!kernel_host_of_path(path, &host)) return nullptr;
-    auto *adapter = heap_new<scsi_adapter>();
-    if (adapter == nullptr)
+    kernel_ports ports;
+    guard<scsi_adapter, heap_free> adapter(heap_new<scsi_adapter>());
+    if (adapter == nullptr || !kernel_read_ports(&ports)) {
         kernel_host->set_last_error(ENOMEM);
-    else
-        adapter->host = host;
-    return adapter;
+        return nullptr;
+    }
+    uint32_t port = 0;
+    if (!kernel_port_of_path(path, &port) || port >= ports.count) {
+        kernel_host->set_last_error(ENOENT);
+        return nullptr;
+    }
+    adapter->host = ports.hosts[port];
+    return adapter.release();
 }
 
 void kernel_scsi_close(scsi_adapter *adapter) {

@@ -18,9 +18,19 @@ bool kernel_scsi_control(scsi_adapter *adapter, uint32_t control, const uint8_t 
                          uint8_t *output, uint32_t output_size, uint32_t *out_returned);
 void kernel_scsi_close(scsi_adapter *adapter);
 
-// The kernel's number of the host that is the port of a path "\\.\scsi%u:". Leaves the reason in last_error()
-// on failure.
-bool kernel_host_of_path(const char *path, uint32_t *out_host);
+inline constexpr uint32_t KERNEL_PORTS = 256;
+
+// The kernel's numbers of the hosts that are the ports.
+struct kernel_ports {
+    uint32_t count;
+    uint32_t hosts[KERNEL_PORTS];
+};
+
+// False when memory is out.
+bool kernel_read_ports(kernel_ports *out);
+
+// The port of a path "\\.\scsi%u:".
+bool kernel_port_of_path(const char *path, uint32_t *out_port);
 
 // The path of the generic node that belongs to the device of this name, "1:0:6:0".
 bool kernel_generic_node(const char *device, char *path, size_t size);

@@ -28,6 +28,7 @@ struct fake_kernel {
     std::map<std::string, fake_node> nodes;
     std::function<void(uint32_t)> set_last_error = [](uint32_t) {};
     std::vector<std::string> opened; // paths of nodes, those that failed too
+    std::vector<std::string> listed; // folders, in their order
     std::map<kernel_node, std::string> open_nodes;
     kernel_node next_node = 3;
     uint32_t open_writable = 0; // of `opened`
@@ -49,6 +50,7 @@ inline int64_t give_text(const std::string &text, char *buffer, size_t size) {
 inline int64_t fake_read_source(const char *path, char *buffer, size_t size) {
     std::string name = path;
     if (name.ends_with('/')) {
+        the_kernel->listed.push_back(name);
         std::string names = the_kernel->names_in(name);
         return names.empty() ? -1 : give_text(names, buffer, size);
     }

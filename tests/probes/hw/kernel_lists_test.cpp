@@ -118,14 +118,14 @@ TEST_F(kernel_lists, order_addresses_by_their_numbers) {
         }
 }
 
-TEST_F(kernel_lists, give_hosts_their_ports_without_gaps) {
-    name_list_guard hosts(parse_names(text_copy("host10\nhost2\nhost0\nhostile\nhost\n")));
-    uint32_t host_number = 99;
-    EXPECT_TRUE(host_of_port(hosts.get(), 0, &host_number));
-    EXPECT_EQ(host_number, 0U);
-    EXPECT_TRUE(host_of_port(hosts.get(), 1, &host_number));
-    EXPECT_EQ(host_number, 2U);
-    EXPECT_TRUE(host_of_port(hosts.get(), 2, &host_number));
-    EXPECT_EQ(host_number, 10U);
-    EXPECT_FALSE(host_of_port(hosts.get(), 3, &host_number));
+TEST_F(kernel_lists, give_hosts_in_the_order_of_their_numbers) {
+    name_list_guard hosts(parse_names(text_copy("host10\nhost2\nhost0\nhostile\nhost3\nhost\n")));
+    const uint32_t expected[] = {0, 2, 3, 10};
+    for (uint32_t room = 0; room <= 5; room++) {
+        uint32_t numbers[6] = {99, 99, 99, 99, 99, 99};
+        uint32_t count = std::min(room, 4U);
+        EXPECT_EQ(lowest_hosts(hosts.get(), numbers, room), count);
+        EXPECT_TRUE(std::equal(expected, expected + count, numbers)) << room;
+        EXPECT_EQ(numbers[count], 99U) << room;
+    }
 }

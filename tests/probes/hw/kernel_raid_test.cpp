@@ -44,6 +44,7 @@ struct kernel_raid_test : testing::Test {
     }
     ~kernel_raid_test() override {
         close_controllers();
+        kernel_raid_reset();
         EXPECT_TRUE(kernel.open_nodes.empty()) << "nodes left open";
         free_devtree(root.children);
         EXPECT_EQ(host.blocks, 0);
@@ -121,6 +122,40 @@ TEST_F(kernel_raid_test, finds_nothing_where_there_is_no_scsi) {
     EXPECT_EQ(host.count_logged("Probing"), 0);
 }
 
+TEST_F(kernel_raid_test, asks_for_the_hosts_once_a_scan) {
+    auto listings = [this] {
+        int64_t count = std::count(kernel.listed.begin(), kernel.listed.end(), "/sys/class/scsi_host/");
+        kernel.listed.clear();
+        return count;
+    };
+    EXPECT_SUCCESS(scan_raid(&root));
+    EXPECT_EQ(listings(), 1);
+    kernel.add("/sys/class/scsi_host/host2/proc_name: ahci");
+    EXPECT_SUCCESS(scan_raid(&root));
+    EXPECT_EQ(listings(), 1);
+    EXPECT_TRUE(host.logged(1, "Driver on \\\\.\\scsi2: is Compaq legacy CISS capable"));
+    kernel.files.clear();
+    EXPECT_SUCCESS(scan_raid(&root));
+    EXPECT_EQ(listings(), 1) << "though there are none";
+    EXPECT_EQ(raid_controller_count, 0U);
+}
+
+TEST_F(kernel_raid_test, asks_for_the_hosts_again_where_a_port_is_not_behind_the_one_before) {
+    auto opens = [](const char *path) {
+        raid_adapter *adapter = kernel_raid_open(path, 0);
+        if (adapter != nullptr) kernel_raid_close(adapter);
+        return adapter != nullptr;
+    };
+    EXPECT_TRUE(opens("\\\\.\\scsi1:"));
+    EXPECT_FALSE(opens("\\\\.\\scsi2:"));
+    kernel.add("/sys/class/scsi_host/host9/proc_name: ahci");
+    EXPECT_TRUE(opens("\\\\.\\scsi2:"));
+    kernel.remove("/sys/class/scsi_host/host9/");
+    EXPECT_FALSE(opens("\\\\.\\scsi2:"));
+    EXPECT_FALSE(opens("\\\\.\\scsi"));
+    EXPECT_EQ(host.last_error, 2U);
+}
+
 TEST_F(kernel_raid_test, passes_over_a_controller_whose_node_cannot_be_had) {
     kernel.nodes["/dev/sg5"].open_error = 13;
     EXPECT_SUCCESS(scan_raid(&root));
@@ -188,7 +223,10 @@ TEST_F(kernel_raid_test, takes_one_control_in_its_sizes) {
 }
 
 TEST_F(kernel_raid_test, needs_memory) {
-    host.fail_allocation = 4;
-    EXPECT_EQ(kernel_raid_open("\\\\.\\scsi1:", 0), nullptr);
-    EXPECT_EQ(host.last_error, 12U);
+    for (uint32_t n = 1; n <= 4; n++) {
+        host.last_error = 0;
+        host.fail_allocation = n;
+        EXPECT_EQ(kernel_raid_open("\\\\.\\scsi1:", 0), nullptr);
+        EXPECT_EQ(host.last_error, 12U) << n;
+    }
 }
