@@ -1,12 +1,8 @@
 #include "probes/os/process_list.h"
 
 #include "fakes/notes.h"
-#include "fakes/test_host.h"
-#include "platform/text.h"
+#include "probes/os/asked_processes.h"
 #include "probes/os/machine.h"
-#include "probes/os/processes.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -91,13 +87,8 @@ const processes_ops RECORDED_OPS = {
 
 // In the order of their ids.
 texts scanned() {
-    devtree root = {};
-    EXPECT_SUCCESS(scan_processes(&root));
-    devtree_guard group(root.children);
-    texts found;
-    for (const devnode *device = group->devices; device != nullptr; device = device->next)
-        found.insert(found.begin(), device->id);
-    return found;
+    texts found = scanned_processes();
+    return {found.rbegin(), found.rend()};
 }
 
 struct recorded_processes : testing::Test {
@@ -117,14 +108,6 @@ struct recorded_processes : testing::Test {
                                              " 1 1 1 0 -1 4194560 0 0 0 0 10 5 0 0 20 0 1 0 " + started +
                                              " 10000000 500 18446744073709551615 94000000 94100000 " + stack +
                                              " 0 0\n";
-    }
-    static int check(const char *name) {
-        devnode_guard device(alloc_devnode());
-        device->id = text_copy(name);
-        resnode result = {};
-        EXPECT_SUCCESS(check_process(device.get(), &result));
-        heap_free(result.comment);
-        return result.value;
     }
     std::string name_of(uint32_t id) {
         char name[IMAGE_NAME_SIZE];
@@ -265,7 +248,7 @@ TEST_F(recorded_processes, may_go_while_the_list_is_read) {
 }
 
 TEST_F(recorded_processes, are_read_no_further_than_the_first_match) {
-    EXPECT_EQ(check("KTHREADD"), 1);
+    EXPECT_EQ(checked_process("KTHREADD"), 1);
     EXPECT_EQ(machine.reads, (texts{"/proc/1/stat", "/proc/2/stat"}));
 }
 
@@ -360,24 +343,24 @@ TEST_F(recorded_processes, in_an_uninterruptible_sleep_are_not_asked) {
 TEST_F(recorded_processes, in_an_uninterruptible_sleep_are_not_missing) {
     put(512, "systemd-timesyn", 'D');
     EXPECT_EQ(scanned()[4], "systemd-timesyn");
-    EXPECT_EQ(check("Systemd-TimeSyncd"), 1);
-    EXPECT_EQ(check("systemd-timesyn"), 1);
-    EXPECT_EQ(check("systemd-timesy"), 0);
-    EXPECT_EQ(check("systemd-timesXncd"), 0);
+    EXPECT_EQ(checked_process("Systemd-TimeSyncd"), 1);
+    EXPECT_EQ(checked_process("systemd-timesyn"), 1);
+    EXPECT_EQ(checked_process("systemd-timesy"), 0);
+    EXPECT_EQ(checked_process("systemd-timesXncd"), 0);
     put(512, "systemd-timesyn", 'S');
-    EXPECT_EQ(check("systemd-timesyncd"), 1);
-    EXPECT_EQ(check("systemd-timesync-other"), 0);
+    EXPECT_EQ(checked_process("systemd-timesyncd"), 1);
+    EXPECT_EQ(checked_process("systemd-timesync-other"), 0);
     put(512, "systemd-timesyn", 'D');
-    EXPECT_EQ(check("systemd-timesyncd"), 1);
-    EXPECT_EQ(check("systemd-timesync-other"), 0) << "its name is known";
+    EXPECT_EQ(checked_process("systemd-timesyncd"), 1);
+    EXPECT_EQ(checked_process("systemd-timesync-other"), 0) << "its name is known";
 }
 
 TEST_F(recorded_processes, without_a_name_are_not_every_process) {
     put(1, "", 'D');
     EXPECT_EQ(name_of(1), "");
     EXPECT_EQ(machine.reads, texts{"/proc/1/stat"});
-    EXPECT_EQ(check("nothing of the kind"), 0);
-    EXPECT_EQ(check("Idle"), 1);
+    EXPECT_EQ(checked_process("nothing of the kind"), 0);
+    EXPECT_EQ(checked_process("Idle"), 1);
 }
 
 TEST_F(recorded_processes, that_have_gone_are_forgotten) {
@@ -391,7 +374,7 @@ TEST_F(recorded_processes, that_have_gone_are_forgotten) {
     scanned();
     EXPECT_EQ(host.blocks, before - 2) << "the last one";
     machine.texts["/proc/512/stat"] = std::string("512 (systemd-timesyn)") + ZOMBIE;
-    check("worker-thread-1");
+    checked_process("worker-thread-1");
     EXPECT_EQ(host.blocks, before - 4) << "one that a check has passed";
     put(1500, "short", 'S');
     scanned();

@@ -2,12 +2,8 @@
 #include "probes/os/processes.h"
 
 #include "fakes/temp_folder.h"
-#include "fakes/test_host.h"
-#include "platform/errors.h"
-#include "platform/text.h"
+#include "probes/os/asked_processes.h"
 #include "probes/os/process_names.h"
-#include "probes/os/processes_ops.h"
-#include "settings/settings.h"
 
 #include <algorithm>
 #include <atomic>
@@ -16,7 +12,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -80,60 +75,28 @@ void run(const std::string &program, const char *first_argument) {
     _exit(127);
 }
 
-struct linux_processes : testing::TestWithParam<bool> {
-    test_host host;
-    agent_config config = {};
+struct linux_processes : real_processes {
     temp_folder folder;
 
-    linux_processes() {
-        config.use_psapi = GetParam() ? 1 : 0;
-        config_in_force = &config;
-        processes_host = &processes_ops_host;
-        error_host = &error_ops_host;
-    }
     ~linux_processes() override {
         process_names_reset();
         EXPECT_EQ(host.blocks, 0);
-        processes_host = nullptr;
-        config_in_force = nullptr;
     }
 
-    static texts scan() {
-        devtree root = {};
-        EXPECT_SUCCESS(scan_processes(&root));
-        devtree_guard group(root.children);
-        texts found;
-        for (const devnode *device = group->devices; device != nullptr; device = device->next)
-            found.emplace_back(device->id);
-        return found;
-    }
-    static int check(const std::string &name) {
-        devnode_guard device(alloc_devnode());
-        device->id = text_copy(name.c_str());
-        resnode result = {};
-        EXPECT_SUCCESS(check_process(device.get(), &result));
-        EXPECT_STREQ(result.comment, result.value != 0 ? "Available" : "Missing");
-        heap_free(result.comment);
-        return result.value;
-    }
     static int64_t count(const std::string &name) {
-        texts found = scan();
+        texts found = scanned_processes();
         return std::count(found.begin(), found.end(), name);
     }
     std::string path(const std::string &name) const { return folder.path + "/" + name; }
 };
 
-std::string way(const testing::TestParamInfo<bool> &old) {
-    return old.param ? "the_old_way" : "by_snapshot";
-}
-
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(ways, linux_processes, testing::Values(false, true), way);
+INSTANTIATE_TEST_SUITE_P(ways, linux_processes, testing::Values(false, true), way_to_processes);
 
 TEST_P(linux_processes, offer_this_one) {
     EXPECT_GE(count("probes_os_tests"), 1);
-    EXPECT_EQ(check("Probes_OS_Tests"), 1);
+    EXPECT_EQ(checked_process("Probes_OS_Tests"), 1);
 }
 
 TEST_P(linux_processes, keep_odd_names) {
@@ -142,7 +105,7 @@ TEST_P(linux_processes, keep_odd_names) {
         std::string name = with_own_id(odd);
         child one([&] { call_oneself(name); });
         EXPECT_EQ(count(name), 1) << name;
-        EXPECT_EQ(check(name), 1) << name;
+        EXPECT_EQ(checked_process(name), 1) << name;
     }
 }
 
@@ -154,7 +117,7 @@ TEST_P(linux_processes, are_told_one_by_one_where_names_are_the_same) {
         child two([&] { call_oneself(name); });
         EXPECT_EQ(count(name), 2);
     }
-    EXPECT_EQ(check(name), 1);
+    EXPECT_EQ(checked_process(name), 1);
 }
 
 TEST_P(linux_processes, have_the_whole_names_of_their_programs) {
@@ -165,7 +128,7 @@ TEST_P(linux_processes, have_the_whole_names_of_their_programs) {
     EXPECT_EQ(count(name), 1);
     EXPECT_EQ(count(name.substr(0, 15)), 0);
     std::filesystem::remove(program);
-    EXPECT_EQ(check(name), 1) << "though its file has gone";
+    EXPECT_EQ(checked_process(name), 1) << "though its file has gone";
 }
 
 TEST_P(linux_processes, have_the_whole_names_of_their_scripts) {
@@ -190,17 +153,17 @@ TEST_P(linux_processes, that_turn_to_another_program_have_its_name) {
         execl(path(first).c_str(), "x", "-c", order.c_str(), nullptr);
         _exit(127);
     });
-    EXPECT_EQ(check(first), 1);
-    EXPECT_EQ(check(first), 1);
-    EXPECT_EQ(check(second), 0);
+    EXPECT_EQ(checked_process(first), 1);
+    EXPECT_EQ(checked_process(first), 1);
+    EXPECT_EQ(checked_process(second), 0);
     EXPECT_EQ(write(waits[1], "\n", 1), 1);
     bool turned = false;
     for (int i = 0; i < 1000 && !turned; i++) {
         usleep(10'000);
-        turned = check(second) == 1;
+        turned = checked_process(second) == 1;
     }
     EXPECT_TRUE(turned);
-    EXPECT_EQ(check(first), 0);
+    EXPECT_EQ(checked_process(first), 0);
     close(waits[0]);
     close(waits[1]);
     kill(one.id, SIGKILL);
@@ -221,11 +184,11 @@ TEST_P(linux_processes, have_the_name_of_a_program_that_calls_itself_nothing) {
 TEST_P(linux_processes, that_have_ended_are_missing_though_nobody_asked_for_their_end) {
     std::string name = with_own_id("zombie");
     child one([&] { call_oneself(name); });
-    EXPECT_EQ(check(name), 1);
+    EXPECT_EQ(checked_process(name), 1);
     kill(one.id, SIGKILL);
     siginfo_t end;
     EXPECT_EQ(waitid(P_PID, static_cast<id_t>(one.id), &end, WEXITED | WNOWAIT), 0);
-    EXPECT_EQ(check(name), 0);
+    EXPECT_EQ(checked_process(name), 0);
     EXPECT_EQ(count(name), 0);
 }
 

@@ -379,3 +379,22 @@ TEST_F(check_process_old_test, fails_without_a_table) {
     EXPECT_EQ(check("a"), "Error reading process list");
     EXPECT_EQ(result.comment, nullptr);
 }
+
+TEST_F(check_process_old_test, takes_a_name_that_is_cut_for_any_that_goes_on_like_it) {
+    processes.table = {{4, {.name = "a-name", .cut = true}}};
+    EXPECT_EQ(check("A-name-of-it"), "1 Available");
+    EXPECT_EQ(check("a-name"), "1 Available");
+    EXPECT_EQ(check("a-nam"), "0 Missing");
+    EXPECT_EQ(check("another"), "0 Missing");
+    processes.table[0].second.cut = false;
+    EXPECT_EQ(check("a-name-of-it"), "0 Missing");
+}
+
+TEST_F(check_process_old_test, takes_names_for_whole_where_no_host_cuts_them) {
+    processes.table = {{4, {.name = "a-name", .cut = true}}};
+    processes_ops ops = scripted_processes_ops;
+    ops.name_is_cut = nullptr;
+    processes_host = &ops;
+    EXPECT_EQ(check("a-name-of-it"), "0 Missing");
+    EXPECT_EQ(check("a-name"), "1 Available");
+}

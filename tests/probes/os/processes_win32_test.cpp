@@ -1,69 +1,20 @@
 // Real processes of this host.
 #include "probes/os/processes.h"
 
-#include "fakes/test_host.h"
-#include "platform/errors.h"
-#include "platform/text.h"
-#include "probes/os/processes_ops.h"
-#include "settings/settings.h"
+#include "probes/os/asked_processes.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
-#include <string>
-#include <vector>
 #include <windows.h>
 
-namespace {
+using windows_processes = real_processes;
 
-using texts = std::vector<std::string>;
-
-struct windows_processes : testing::TestWithParam<bool> {
-    test_host host;
-    agent_config config = {};
-
-    windows_processes() {
-        config.use_psapi = GetParam() ? 1 : 0;
-        config_in_force = &config;
-        processes_host = &processes_ops_host;
-        error_host = &error_ops_host;
-    }
-    ~windows_processes() override {
-        processes_host = nullptr;
-        config_in_force = nullptr;
-    }
-
-    static texts scan() {
-        devtree root = {};
-        EXPECT_SUCCESS(scan_processes(&root));
-        devtree_guard group(root.children);
-        texts found;
-        for (const devnode *device = group->devices; device != nullptr; device = device->next)
-            found.emplace_back(device->id);
-        return found;
-    }
-    static int check(const char *name) {
-        devnode_guard device(alloc_devnode());
-        device->id = text_copy(name);
-        resnode result = {};
-        EXPECT_SUCCESS(check_process(device.get(), &result));
-        heap_free(result.comment);
-        return result.value;
-    }
-};
-
-std::string way(const testing::TestParamInfo<bool> &old) {
-    return old.param ? "the_old_way" : "by_snapshot";
-}
-
-} // namespace
-
-INSTANTIATE_TEST_SUITE_P(ways, windows_processes, testing::Values(false, true), way);
+INSTANTIATE_TEST_SUITE_P(ways, windows_processes, testing::Values(false, true), way_to_processes);
 
 TEST_P(windows_processes, offer_this_one) {
-    texts found = scan();
+    std::vector<std::string> found = scanned_processes();
     EXPECT_NE(std::find(found.begin(), found.end(), "probes_os_tests.exe"), found.end());
-    EXPECT_EQ(check("PROBES_os_tests.EXE"), 1);
-    EXPECT_EQ(check("no such process.exe"), 0);
+    EXPECT_EQ(checked_process("PROBES_os_tests.EXE"), 1);
+    EXPECT_EQ(checked_process("no such process.exe"), 0);
 }
 
 TEST_P(windows_processes, are_missing_once_they_have_ended) {
@@ -74,12 +25,13 @@ TEST_P(windows_processes, are_missing_once_they_have_ended) {
     // It never gets to its first instruction.
     ASSERT_TRUE(CreateProcessA(nullptr, command, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr,
                                &start, &started));
-    EXPECT_EQ(check("winver.exe"), GetParam() ? check("winver.exe") : 1) << "the old way needs its modules";
+    EXPECT_EQ(checked_process("winver.exe"), GetParam() ? checked_process("winver.exe") : 1)
+        << "the old way needs its modules";
     TerminateProcess(started.hProcess, 0);
     WaitForSingleObject(started.hProcess, INFINITE);
     CloseHandle(started.hThread);
     CloseHandle(started.hProcess);
-    EXPECT_EQ(check("winver.exe"), 0);
+    EXPECT_EQ(checked_process("winver.exe"), 0);
 }
 
 TEST(windows_process_ops, look_the_snapshot_up) {

@@ -17,6 +17,7 @@ struct scripted_process {
     bool opens = true;
     bool has_modules = true;
     bool has_name = true;
+    bool cut = false;
 };
 
 struct scripted_processes {
@@ -124,6 +125,10 @@ inline bool scripted_module_name(process *handle, process_module *module, char *
     return found->has_name;
 }
 
+inline bool scripted_name_is_cut(const process *handle) {
+    return reinterpret_cast<const scripted_process *>(handle)->cut;
+}
+
 inline void scripted_close_process(process *) {
     the_processes->open_handles--;
 }
@@ -137,6 +142,7 @@ inline const processes_ops scripted_processes_ops = {
     .OpenProcess = scripted_open_process,
     .EnumProcessModules = scripted_modules,
     .GetModuleBaseNameA = scripted_module_name,
+    .name_is_cut = scripted_name_is_cut,
     .CloseHandle = scripted_close_process,
 };
 
