@@ -1,42 +1,15 @@
 #include "custom/action.h"
 
-#include "custom/scripted_programs.h"
-#include "fakes/test_host.h"
+#include "custom/offered_programs.h"
 #include "platform/agent_log.h"
-#include "platform/text.h"
-#include "settings/settings.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 
-struct action : testing::Test {
-    test_host host;
-    scripted_programs programs;
-    devtree root = {};
-    devnode *device = alloc_devnode();
-    resnode *result = alloc_resnode();
+struct action : offered_programs {
+    action() { config_in_force->actions_conf = text_copy("/etc/actions"); }
+    ~action() override { action_reset(); }
 
-    action() {
-        config_in_force = heap_new<agent_config>();
-        config_in_force->actions_conf = text_copy("/etc/actions");
-    }
-    ~action() override {
-        action_reset();
-        free_config(config_in_force);
-        config_in_force = nullptr;
-        free_devtree(root.children);
-        free_devnode(device);
-        free_resnode(result);
-        EXPECT_EQ(host.blocks, 0);
-    }
-
-    void scan(const std::string &conf) {
-        host.write_file("/etc/actions", conf);
-        free_devtree(root.children);
-        root.children = nullptr;
-        EXPECT_EQ(scan_action(&root), nullptr);
-    }
+    void scan(const std::string &conf) { scan_file("/etc/actions", conf, scan_action); }
     std::vector<std::string> offered() const {
         std::vector<std::string> names;
         for (const devnode *one = root.children->devices; one != nullptr; one = one->next) {

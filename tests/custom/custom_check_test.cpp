@@ -1,44 +1,19 @@
 #include "custom/custom_check.h"
 
-#include "custom/scripted_programs.h"
+#include "custom/offered_programs.h"
 #include "devtree/check_table.h"
-#include "fakes/test_host.h"
 #include "platform/agent_log.h"
-#include "platform/text.h"
-#include "settings/settings.h"
-
-#include <gtest/gtest.h>
 
 namespace {
 
-struct custom : testing::Test {
-    test_host host;
-    scripted_programs programs;
-    devtree root = {};
-    devnode *device = alloc_devnode();
-    resnode *result = alloc_resnode();
-
+struct custom : offered_programs {
     custom() {
         regex_host = &regex_ops_host;
-        config_in_force = heap_new<agent_config>();
         config_in_force->custom_chk_conf = text_copy("/etc/custom");
     }
-    ~custom() override {
-        custom_check_reset();
-        free_config(config_in_force);
-        config_in_force = nullptr;
-        free_devtree(root.children);
-        free_devnode(device);
-        free_resnode(result);
-        EXPECT_EQ(host.blocks, 0);
-    }
+    ~custom() override { custom_check_reset(); }
 
-    void scan(const std::string &conf) {
-        host.write_file("/etc/custom", conf);
-        free_devtree(root.children);
-        root.children = nullptr;
-        EXPECT_EQ(scan_custom(&root), nullptr);
-    }
+    void scan(const std::string &conf) { scan_file("/etc/custom", conf, scan_custom); }
     const devtree *group() const { return root.children; }
     // "name type unit description" of each device.
     std::vector<std::string> offered() const {
