@@ -222,6 +222,16 @@ TEST_F(kernel_raid_test, takes_one_control_in_its_sizes) {
     kernel_raid_close(adapter);
 }
 
+TEST_F(kernel_raid_test, asks_for_the_hosts_again_where_memory_was_out) {
+    kernel_raid_close(kernel_raid_open("\\\\.\\scsi0:", 0));
+    kernel.add("/sys/class/scsi_host/host9/proc_name: ahci");
+    host.fail_allocation = 1;
+    EXPECT_EQ(kernel_raid_open("\\\\.\\scsi0:", 0), nullptr);
+    raid_adapter *adapter = kernel_raid_open("\\\\.\\scsi2:", 0);
+    ASSERT_NE(adapter, nullptr);
+    kernel_raid_close(adapter);
+}
+
 TEST_F(kernel_raid_test, needs_memory) {
     for (uint32_t n = 1; n <= 4; n++) {
         host.last_error = 0;
