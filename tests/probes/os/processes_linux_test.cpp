@@ -12,8 +12,10 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -68,6 +70,19 @@ void call_oneself(const std::string &name) {
 // The same tests may run elsewhere on this machine at the same time.
 std::string with_own_id(const std::string &name) {
     return std::to_string(getpid()) + name;
+}
+
+// Whether the process is soon in this state.
+bool gets_to(pid_t id, char state) {
+    for (int i = 0; i < 1000; i++) {
+        std::ifstream stat("/proc/" + std::to_string(id) + "/stat");
+        std::string line;
+        std::getline(stat, line);
+        size_t end = line.rfind(") ");
+        if (end != std::string::npos && line[end + 2] == state) return true;
+        usleep(10'000);
+    }
+    return false;
 }
 
 void run(const std::string &program, const char *first_argument) {
@@ -190,6 +205,36 @@ TEST_P(linux_processes, that_have_ended_are_missing_though_nobody_asked_for_thei
     EXPECT_EQ(waitid(P_PID, static_cast<id_t>(one.id), &end, WEXITED | WNOWAIT), 0);
     EXPECT_EQ(checked_process(name), 0);
     EXPECT_EQ(count(name), 0);
+}
+
+TEST_P(linux_processes, in_an_uninterruptible_sleep_may_have_any_name_that_goes_on_like_theirs) {
+    std::string name = with_own_id("exactly15_bytes").substr(0, 15);
+    int waits[2];
+    ASSERT_EQ(pipe2(waits, O_CLOEXEC), 0);
+    pid_t id = fork();
+    if (id == 0) {
+        call_oneself(name);
+        close(waits[1]);
+        char byte;
+        // Until this child has ended, its parent waits and nothing but a kill wakes it.
+        if (syscall(SYS_clone, CLONE_VFORK | SIGCHLD, 0, 0, 0, 0) == 0) {
+            call_oneself("waited for");
+            (void)!read(waits[0], &byte, 1);
+            _exit(0);
+        }
+        for (;;)
+            pause();
+    }
+    close(waits[0]);
+    EXPECT_TRUE(gets_to(id, 'D'));
+    EXPECT_EQ(checked_process(name + "-and-more"), 1);
+    EXPECT_GE(count(name), 1);
+    close(waits[1]);
+    EXPECT_TRUE(gets_to(id, 'S'));
+    EXPECT_EQ(checked_process(name + "-and-more"), 0);
+    EXPECT_EQ(checked_process(name), 1);
+    kill(id, SIGKILL);
+    waitpid(id, nullptr, 0);
 }
 
 TEST_P(linux_processes, come_and_go_while_the_list_is_read) {
