@@ -1,8 +1,7 @@
 // The whole names of processes whose names the kernel cuts, remembered while the processes live.
 //
 // To ask for a whole name takes the lock of the process's memory, and where a thread hangs in the kernel with
-// that lock, whoever asks hangs with it. So each process is asked once, when it is first met and waits for
-// nothing.
+// that lock, whoever asks hangs with it. So each process is asked once, and not in an uninterruptible sleep.
 //
 // The memory goes along with a walk over all processes in the order of their ids: whatever lies between two
 // of them has gone, and is dropped.
