@@ -88,7 +88,7 @@ static std::string stat_text() {
     char text[256];
     snprintf(text, sizeof text,
              "cpu  %lld 0 0 %lld 0 0 0 0 0 0\ncpu0 %lld 0 0 %lld 0 0 0 0 0 0\nctxt %lld\nprocesses "
-             "100\nprocs_running 1\nintr 1000\n",
+             "100\nprocs_running 1\nintr 1000\nsoftirq 1000\n",
              ticks - idle, idle, ticks - idle, idle, ticks * 5);
     return text;
 }
@@ -128,7 +128,7 @@ static const std::map<std::string, std::string> still_texts = {
     {"/proc/meminfo", "MemTotal: 8388608 kB\nMemAvailable: 2097152 kB\nCommitLimit: 8388608 kB\n"},
     {"/proc/net/snmp", PROTOCOL_TEXT},
     {"/proc/swaps", "Filename Type Size Used Priority\n"},
-    {"/proc/vmstat", "pgfault 1000\n"},
+    {"/proc/vmstat", "pgfault 1000\npgmajfault 10\n"},
     {"/sys/class/net/eth0/speed", "1000\n"},
 };
 

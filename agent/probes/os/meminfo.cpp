@@ -36,6 +36,9 @@ bool parse_meminfo(const char *text, meminfo *out) {
     out->commit_limit = read_bytes(text, "CommitLimit:");
     out->cached = read_bytes(text, "Cached:");
     out->unreclaimable = read_bytes(text, "SUnreclaim:");
+    out->reclaimable = read_bytes(text, "SReclaimable:");
+    out->unused = read_bytes(text, "MemFree:");
+    out->dirty = read_bytes(text, "Dirty:");
     return out->total > 0;
 }
 

@@ -15,6 +15,9 @@ struct meminfo {
     uint64_t commit_limit;
     uint64_t cached;        // pages of files
     uint64_t unreclaimable; // the kernel's own
+    uint64_t reclaimable;   // the same, as far as it could give it back
+    uint64_t unused;        // by anybody
+    uint64_t dirty;         // pages of files that wait to be written
 };
 
 // False where the text does not tell the total and something to work out the available memory from.

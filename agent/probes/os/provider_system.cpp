@@ -34,6 +34,10 @@ static bool read_interrupts(const char *text, const char *, counter_sample *out)
     return read_level(text, "intr ", out);
 }
 
+static bool read_soft_interrupts(const char *text, const char *, counter_sample *out) {
+    return read_level(text, "softirq ", out);
+}
+
 static bool read_processor_interrupts(const char *text, const char *instance, counter_sample *out) {
     return parse_processor_interrupts(text, instance, &out->value);
 }
@@ -67,8 +71,9 @@ static uint64_t busy_time(const processor_times &times) {
     return total_time(times) - idle_time(times);
 }
 
+template <uint64_t (*Share)(const processor_times &)>
 static bool read_total_share(const char *text, const char *, counter_sample *out) {
-    return read_share<busy_time>(text, ALL_PROCESSORS, out);
+    return read_share<Share>(text, ALL_PROCESSORS, out);
 }
 
 using memory_figure = uint64_t(const meminfo &memory);
@@ -93,6 +98,18 @@ static uint64_t kernel_memory(const meminfo &memory) {
     return memory.unreclaimable;
 }
 
+static uint64_t kernel_caches(const meminfo &memory) {
+    return memory.reclaimable;
+}
+
+static uint64_t unused(const meminfo &memory) {
+    return memory.unused;
+}
+
+static uint64_t dirty(const meminfo &memory) {
+    return memory.dirty;
+}
+
 template <memory_figure Figure, uint64_t Unit = 1>
 static bool read_memory(const char *text, const char *, counter_sample *out) {
     meminfo memory;
@@ -110,6 +127,10 @@ static bool read_committed_part(const char *text, const char *, counter_sample *
 
 static bool read_page_faults(const char *text, const char *, counter_sample *out) {
     return read_level(text, "pgfault ", out);
+}
+
+static bool read_major_faults(const char *text, const char *, counter_sample *out) {
+    return read_level(text, "pgmajfault ", out);
 }
 
 // A kernel without swap has no lines for it, and then no page goes there.
@@ -164,7 +185,13 @@ static constexpr const char *SWAPS = "/proc/swaps";
 
 static constexpr counter_row SYSTEM_COUNTERS[] = {
     // Of all processors, as Processor(_Total) has it.
-    {"% Total Processor Time", COUNTER_PERCENT, DETAIL_NOVICE, STAT, read_total_share},
+    {"% Total Processor Time", COUNTER_PERCENT, DETAIL_NOVICE, STAT, read_total_share<busy_time>},
+    {"% Total User Time", COUNTER_PERCENT, DETAIL_ADVANCED, STAT, read_total_share<program_time>},
+    {"% Total Privileged Time", COUNTER_PERCENT, DETAIL_ADVANCED, STAT, read_total_share<kernel_time>},
+    {"% Total Interrupt Time", COUNTER_PERCENT, DETAIL_EXPERT, STAT, read_total_share<interrupt_time>},
+    {"% Total DPC Time", COUNTER_PERCENT, DETAIL_EXPERT, STAT, read_total_share<soft_interrupt_time>},
+    {"Total Interrupts/sec", COUNTER_RATE, DETAIL_ADVANCED, STAT, read_interrupts},
+    {"Total DPCs Queued/sec", COUNTER_RATE, DETAIL_EXPERT, STAT, read_soft_interrupts},
     {"Context Switches/sec", COUNTER_RATE, DETAIL_NOVICE, STAT, read_context_switches},
     {"System Up Time", COUNTER_SECONDS, DETAIL_NOVICE, UPTIME, read_uptime},
     // The processes that the agent can see: those of its own process namespace.
@@ -203,10 +230,17 @@ static constexpr counter_row MEMORY_COUNTERS[] = {
     {"Cache Bytes", COUNTER_LEVEL, DETAIL_ADVANCED, MEMINFO, read_memory<cached>},
     // What the kernel has for itself and cannot give back.
     {"Pool Nonpaged Bytes", COUNTER_LEVEL, DETAIL_ADVANCED, MEMINFO, read_memory<kernel_memory>},
+    // What it has for itself and would give back.
+    {"Pool Paged Bytes", COUNTER_LEVEL, DETAIL_ADVANCED, MEMINFO, read_memory<kernel_caches>},
+    {"Free & Zero Page List Bytes", COUNTER_LEVEL, DETAIL_EXPERT, MEMINFO, read_memory<unused>},
+    // Of files; they wait to be written.
+    {"Modified Page List Bytes", COUNTER_LEVEL, DETAIL_EXPERT, MEMINFO, read_memory<dirty>},
     // Those that needed no disk included.
     {"Page Faults/sec", COUNTER_RATE, DETAIL_NOVICE, VMSTAT, read_page_faults},
     // To and from swap. Reading a mapped file counts as reading a file.
     {"Pages/sec", COUNTER_RATE, DETAIL_NOVICE, VMSTAT, read_swapped_pages<true, true>},
+    // Faults that had to wait for a disk, be it for swap or for a mapped file.
+    {"Page Reads/sec", COUNTER_RATE, DETAIL_ADVANCED, VMSTAT, read_major_faults},
     {"Pages Input/sec", COUNTER_RATE, DETAIL_ADVANCED, VMSTAT, read_swapped_pages<true, false>},
     {"Pages Output/sec", COUNTER_RATE, DETAIL_ADVANCED, VMSTAT, read_swapped_pages<false, true>},
 };

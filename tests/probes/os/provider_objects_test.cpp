@@ -342,11 +342,19 @@ TEST_F(memory_counters, tell_of_memory_in_three_units) {
     const std::pair<const char *, double> rows[] = {{"Commit Limit", 2224084 * 1024.0},
                                                     {"% Committed Bytes In Use", 90112 * 100.0 / 2224084},
                                                     {"Cache Bytes", 150112 * 1024.0},
-                                                    {"Pool Nonpaged Bytes", 9000 * 1024.0}};
+                                                    {"Pool Nonpaged Bytes", 9000 * 1024.0},
+                                                    {"Free & Zero Page List Bytes", 20112 * 1024.0},
+                                                    {"Modified Page List Bytes", 0},
+                                                    {"Pool Paged Bytes", 0}};
     for (auto [name, expected] : rows) {
         ASSERT_EQ(add((std::string("\\Memory\\") + name).c_str()), PDH_OK);
         EXPECT_DOUBLE_EQ(sample(), expected) << name;
     }
+    machine.use("container");
+    ASSERT_EQ(add("\\Memory\\Modified Page List Bytes"), PDH_OK);
+    EXPECT_EQ(sample(), 244 * 1024);
+    ASSERT_EQ(add("\\Memory\\Pool Paged Bytes"), PDH_OK);
+    EXPECT_EQ(sample(), 150020 * 1024);
     machine.use("numa");
     ASSERT_EQ(add("\\Memory\\% Committed Bytes In Use"), PDH_OK);
     EXPECT_EQ(sample(), 100) << "more is promised than there is";
@@ -365,6 +373,16 @@ TEST_F(memory_counters, tell_which_way_pages_go) {
         EXPECT_EQ(sample(), expected) << name;
         provider_remove_counter(counter);
     }
+}
+
+TEST_F(memory_counters, tell_faults_that_waited_for_a_disk) {
+    ASSERT_EQ(add("\\Memory\\Page Reads/sec"), PDH_OK);
+    sample();
+    machine.change("/proc/vmstat", "pgmajfault 12044", "pgmajfault 12050");
+    machine.now += 2 * SECOND;
+    EXPECT_EQ(sample(), 3);
+    machine.texts["/proc/vmstat"] = "pgfault 1\n";
+    EXPECT_EQ(add("\\Memory\\Page Reads/sec"), PDH_CSTATUS_NO_COUNTER);
 }
 
 TEST_F(memory_counters, tell_the_use_of_swap) {
@@ -398,6 +416,34 @@ TEST_F(processor_counters, share_the_time_of_interrupts) {
         ASSERT_EQ(add((std::string("\\Processor(_Total)\\") + name).c_str()), PDH_OK);
         sample();
         set_times("110 105 120 150 106 102 103 104");
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(processor_counters, share_the_time_of_the_whole_host) {
+    for (auto [name, expected] : {std::pair<const char *, double>{"% Total User Time", 15},
+                                  {"% Total Privileged Time", 25},
+                                  {"% Total Interrupt Time", 2},
+                                  {"% Total DPC Time", 3}}) {
+        set_times("100 100 100 100 100 100 100 100");
+        ASSERT_EQ(add((std::string("\\System\\") + name).c_str()), PDH_OK);
+        sample();
+        set_times("110 105 120 150 106 102 103 104");
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(processor_counters, count_interrupts_of_the_whole_host) {
+    for (auto [name, expected] :
+         {std::pair<const char *, double>{"Total Interrupts/sec", 100}, {"Total DPCs Queued/sec", 50}}) {
+        machine.texts.clear();
+        ASSERT_EQ(add((std::string("\\System\\") + name).c_str()), PDH_OK);
+        sample();
+        machine.change("/proc/stat", "intr 1462898", "intr 1463098");
+        machine.change("/proc/stat", "softirq 1246109", "softirq 1246209");
+        machine.now += 2 * SECOND;
         EXPECT_DOUBLE_EQ(sample(), expected) << name;
         provider_remove_counter(counter);
     }
