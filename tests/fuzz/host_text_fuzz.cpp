@@ -33,7 +33,11 @@ static void read_mounts(const char *text) {
         const char *path = table->points[i].path;
         fuzz_require(path[0] == '/', "a mount point is a path from the root");
         static_cast<void>(mount_drive_type(table.get(), path));
-        static_cast<void>(mount_is_drive(table.get(), path));
+        uint32_t device_major = 0;
+        uint32_t device_minor = 0;
+        bool has_device = mount_device(table.get(), path, &device_major, &device_minor);
+        fuzz_require(!has_device || (device_major != 0 && mount_is_drive(table.get(), path)),
+                     "a drive has a device");
         static_cast<void>(mount_is_remote(table.get(), path));
     }
     for (uint32_t i = 0; const char *root = mount_root(table.get(), i); i++) {

@@ -57,6 +57,14 @@ static mount_search *sim_first_mount(const char *, char *, uint32_t) {
     return nullptr;
 }
 
+// One disk holds them all.
+static bool sim_drive_device(const char *path, uint32_t *out_major, uint32_t *out_minor) {
+    if (sim_fails("drive_device", path)) return false;
+    *out_major = 8;
+    *out_minor = 0;
+    return true;
+}
+
 static bool sim_next_mount(mount_search *, char *, uint32_t) {
     return false;
 }
@@ -244,6 +252,7 @@ const drives_ops sim_drives = {
     .drive_root = sim_drive_root,
     .GetDriveTypeA = sim_drive_type,
     .GetDiskFreeSpaceExA = sim_free_space,
+    .drive_device = sim_drive_device,
     .GetModuleHandleA = sim_has_module,
     .GetProcAddress = sim_has_function,
     .FindFirstVolumeMountPointA = sim_first_mount,

@@ -50,6 +50,20 @@ bool next_disk_line(const char **at, disk_line *out) {
     return false;
 }
 
+bool find_device_counts(const char *diskstats, uint32_t major, uint32_t minor, disk_counts *out) {
+    for (const char *behind = nullptr; (behind = next_line(diskstats)) != nullptr; diskstats = behind) {
+        const char *at = diskstats;
+        uint32_t line_major = 0;
+        uint32_t line_minor = 0;
+        if (!read_device_number(&at, &line_major) || !read_device_number(&at, &line_minor)) continue;
+        disk_line line;
+        if (line_major != major || line_minor != minor || !read_disk_line(diskstats, &line)) continue;
+        *out = line.counts;
+        return true;
+    }
+    return false;
+}
+
 uint32_t disk_number(uint32_t major, uint32_t minor) {
     return (minor & 0xFF) | (major & 0xFFF) << 8 | (minor & 0xFFF00) << 12;
 }

@@ -25,6 +25,9 @@ struct disk_line {
 // at the head of the text.
 bool next_disk_line(const char **at, disk_line *out);
 
+// The counts of a device by its number, whatever it is made of.
+bool find_device_counts(const char *diskstats, uint32_t major, uint32_t minor, disk_counts *out);
+
 // The number of a device as programs know it: its major and minor in one.
 uint32_t disk_number(uint32_t major, uint32_t minor);
 

@@ -93,6 +93,11 @@ static bool get_disk_free_space(const char *path, uint64_t *available, uint64_t 
     return true;
 }
 
+static bool drive_device(const char *path, uint32_t *out_major, uint32_t *out_minor) {
+    const mount_table *table = current_mounts();
+    return table != nullptr && mount_device(table, path, out_major, out_minor);
+}
+
 static bool get_module_handle(const char *) {
     return true;
 }
@@ -123,6 +128,7 @@ const drives_ops drives_ops_host = {
     .drive_root = drive_root,
     .GetDriveTypeA = get_drive_type,
     .GetDiskFreeSpaceExA = get_disk_free_space,
+    .drive_device = drive_device,
     .GetModuleHandleA = get_module_handle,
     .GetProcAddress = get_proc_address,
     .FindFirstVolumeMountPointA = find_first,

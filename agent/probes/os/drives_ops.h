@@ -27,6 +27,9 @@ struct drives_ops {
     // In bytes; `total_free` counts regardless of quotas. Fails, and does not wait, for a path that another
     // machine serves.
     bool (*GetDiskFreeSpaceExA)(const char *path, uint64_t *available, uint64_t *total, uint64_t *total_free);
+    // The number of the block device that a drive lies on, in two parts; false where it has none of its own.
+    // Nobody asks a host that counts for its drives itself.
+    bool (*drive_device)(const char *path, uint32_t *out_major, uint32_t *out_minor);
 
     // Whether the module, and a function of this table in it, is there on this host.
     bool (*GetModuleHandleA)(const char *module);

@@ -13,7 +13,7 @@ namespace {
 // copy.
 struct mount_line {
     uint64_t id, parent;
-    uint64_t device_major, device_minor;
+    uint32_t device_major, device_minor;
     char *part; // what of the file system is mounted
     char *path;
     char *type;
@@ -85,8 +85,13 @@ static char *next_field(char **at) {
 }
 
 static bool parse_device(const char *field, mount_line *out) {
-    return read_number(&field, &out->device_major) && *field++ == ':' &&
-           read_number(&field, &out->device_minor);
+    uint64_t device_major = 0;
+    uint64_t device_minor = 0;
+    if (!read_number(&field, &device_major) || *field++ != ':' || !read_number(&field, &device_minor))
+        return false;
+    out->device_major = static_cast<uint32_t>(device_major);
+    out->device_minor = static_cast<uint32_t>(device_minor);
+    return device_major <= UINT32_MAX && device_minor <= UINT32_MAX;
 }
 
 // Of an automount: the seconds without use after which it does are its option "timeout", 0 for never.
@@ -114,7 +119,7 @@ static bool parse_line(char *line, mount_line *out) {
     unescape(out->part);
     unescape(out->path);
     bool is_root = text_equal(out->path, "/");
-    out->drive_type = file_system_drive_type(out->type, static_cast<uint32_t>(out->device_major), is_root);
+    out->drive_type = file_system_drive_type(out->type, out->device_major, is_root);
     return true;
 }
 
@@ -252,7 +257,11 @@ static bool copy_kept(const mount_lines &all, mount_table *out) {
         if (!line.kept) continue;
         char *path = text_copy(line.path);
         if (path == nullptr) return false;
-        out->points[out->count++] = {.path = path, .drive_type = line.drive_type, .chosen = line.chosen};
+        out->points[out->count++] = {.path = path,
+                                     .drive_type = line.drive_type,
+                                     .device_major = line.device_major,
+                                     .device_minor = line.device_minor,
+                                     .chosen = line.chosen};
     }
     return true;
 }
@@ -288,12 +297,24 @@ uint32_t mount_drive_type(const mount_table *table, const char *path) {
     return DRIVE_NO_ROOT_DIR;
 }
 
-bool mount_is_drive(const mount_table *table, const char *path) {
+static const mount_point *find_drive(const mount_table *table, const char *path) {
     for (uint32_t i = 0; i < table->count; i++) {
         const mount_point &point = table->points[i];
-        if (point.drive_type == DRIVE_FIXED && text_equal(point.path, path)) return true;
+        if (point.drive_type == DRIVE_FIXED && text_equal(point.path, path)) return &point;
     }
-    return false;
+    return nullptr;
+}
+
+bool mount_is_drive(const mount_table *table, const char *path) {
+    return find_drive(table, path) != nullptr;
+}
+
+bool mount_device(const mount_table *table, const char *path, uint32_t *out_major, uint32_t *out_minor) {
+    const mount_point *point = find_drive(table, path);
+    if (point == nullptr || point->device_major == 0) return false;
+    *out_major = point->device_major;
+    *out_minor = point->device_minor;
+    return true;
 }
 
 bool mount_is_remote(const mount_table *table, const char *path) {

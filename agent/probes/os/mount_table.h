@@ -20,7 +20,8 @@
 struct mount_point {
     char *path;
     uint32_t drive_type;
-    bool chosen; // of all the places of a drive
+    uint32_t device_major, device_minor; // the former 0 for what lies on no block device of its own
+    bool chosen;                         // of all the places of a drive
 };
 
 // The places of fixed drives and the remote mounts, in the order of the mount table.
@@ -44,6 +45,9 @@ uint32_t mount_drive_type(const mount_table *table, const char *path);
 
 // Whether a fixed drive is mounted at the path, which need not be the place that was chosen for it.
 bool mount_is_drive(const mount_table *table, const char *path);
+
+// The block device of the drive that is mounted at the path; false where it has none of its own.
+bool mount_device(const mount_table *table, const char *path, uint32_t *out_major, uint32_t *out_minor);
 
 // Whether reaching the path leads over a file system of another machine. The root's does not count, since
 // nothing would run without it.

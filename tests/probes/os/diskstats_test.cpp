@@ -121,3 +121,28 @@ TEST(disk_counts, are_summed_over_whole_disks) {
     EXPECT_FALSE(parse_disk_counts(line_of("7 0 loop0").c_str(), "_Total", &counts, &disks));
     EXPECT_FALSE(parse_disk_counts("", "_Total", &counts, &disks));
 }
+
+TEST(find_device_counts, takes_disks_partitions_and_volumes_by_their_number) {
+    std::string text = recorded_machine("numa").text("/proc/diskstats");
+    disk_counts counts;
+    ASSERT_TRUE(find_device_counts(text.c_str(), 8, 18, &counts));
+    EXPECT_EQ(counts.reads, 1000U);
+    ASSERT_TRUE(find_device_counts(text.c_str(), 259, 300, &counts));
+    EXPECT_EQ(counts.reads, 5U);
+    ASSERT_TRUE(find_device_counts(text.c_str(), 253, 3, &counts));
+    EXPECT_EQ(counts.reads, 2000U);
+    EXPECT_FALSE(find_device_counts(text.c_str(), 253, 7, &counts));
+    EXPECT_FALSE(find_device_counts(text.c_str(), 0, 8, &counts));
+    EXPECT_FALSE(find_device_counts("", 8, 0, &counts));
+}
+
+TEST(find_device_counts, wants_a_sound_line) {
+    disk_counts counts;
+    std::string whole = line_of("8 0 sda");
+    EXPECT_TRUE(find_device_counts(whole.c_str(), 8, 0, &counts));
+    EXPECT_FALSE(find_device_counts(whole.substr(0, whole.size() - 1).c_str(), 8, 0, &counts)) << "cut off";
+    EXPECT_FALSE(find_device_counts("8 0 sda 1 2 3 4 5 6 7 8 -9 10 11\n", 8, 0, &counts));
+    EXPECT_FALSE(find_device_counts("8 0 sda 1 2 3 4\n", 8, 0, &counts)) << "a partition of an old kernel";
+    EXPECT_FALSE(find_device_counts("8 0\n", 8, 0, &counts));
+    EXPECT_FALSE(find_device_counts(line_of("-8 0 sda").c_str(), 8, 0, &counts));
+}

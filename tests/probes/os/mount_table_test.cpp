@@ -239,3 +239,33 @@ TEST(mount_is_remote, covers_the_mount_and_all_below_it) {
     EXPECT_FALSE(mount_is_remote(table.get(), "/srv/late"))
         << "a disk is mounted over the automounter's place";
 }
+
+TEST(mount_device, is_that_of_a_drive_with_a_device_of_its_own) {
+    auto table = parsed(recorded_machine("numa").text("/proc/self/mountinfo"));
+    uint32_t device_major = 0;
+    uint32_t device_minor = 0;
+    ASSERT_TRUE(mount_device(table.get(), "/", &device_major, &device_minor));
+    EXPECT_EQ(device_major, 253U);
+    EXPECT_EQ(device_minor, 0U);
+    ASSERT_TRUE(mount_device(table.get(), "/srv/late", &device_major, &device_minor));
+    EXPECT_EQ(device_major, 259U);
+    EXPECT_EQ(device_minor, 7U);
+    for (const char *path : {"/tank", "/srv/nfs", "/proc", "/media/cdrom", "/srv", "", "/nowhere"})
+        EXPECT_FALSE(mount_device(table.get(), path, &device_major, &device_minor)) << path;
+}
+
+TEST(mount_device, is_that_of_what_was_mounted_last) {
+    auto table = parsed(line(1, 0, "8:1", "/", "/", "ext4") + line(2, 1, "8:2", "/", "/a", "ext4") +
+                        line(3, 2, "8:3", "/", "/a", "ext4"));
+    uint32_t device_major = 0;
+    uint32_t device_minor = 0;
+    ASSERT_TRUE(mount_device(table.get(), "/a", &device_major, &device_minor));
+    EXPECT_EQ(device_minor, 3U);
+}
+
+TEST(parse_mounts, passes_over_a_device_that_has_no_number) {
+    for (const char *device : {"8:", ":1", "8", "-8:1", "4294967296:1", "8:4294967296", "x:y"}) {
+        auto table = parsed(line(1, 0, device, "/", "/", "ext4"));
+        EXPECT_EQ(table->count, 0U) << device;
+    }
+}

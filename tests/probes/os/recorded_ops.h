@@ -44,6 +44,10 @@ inline bool recorded_space(const char *path, uint64_t *available, uint64_t *tota
     return mount_is_drive(recorded_mounts().get(), path);
 }
 
+inline bool recorded_device(const char *path, uint32_t *out_major, uint32_t *out_minor) {
+    return mount_device(recorded_mounts().get(), path, out_major, out_minor);
+}
+
 inline bool recorded_presence(const char *) {
     return true;
 }
@@ -68,6 +72,7 @@ inline const drives_ops recorded_drives_ops = {
     .drive_root = recorded_root,
     .GetDriveTypeA = recorded_type,
     .GetDiskFreeSpaceExA = recorded_space,
+    .drive_device = recorded_device,
     .GetModuleHandleA = recorded_presence,
     .GetProcAddress = recorded_presence,
     .FindFirstVolumeMountPointA = recorded_first,
