@@ -8,6 +8,7 @@
 #include "probes/os/network_counts.h"
 #include "probes/os/perf_counter_ops.h"
 #include "probes/os/swaps.h"
+#include "probes/os/task_files.h"
 #include "probes/os/task_stat.h"
 
 #include <algorithm>
@@ -33,18 +34,44 @@ static uint32_t hundred() {
     return 100;
 }
 
-static constexpr counter_sources_ops SOURCES = {
-    .read_source = read_text, .ticks = count_ticks, .page_size = hundred, .clock_rate = hundred};
+static int64_t length_of_text(const char *) {
+    return static_cast<int64_t>(the_text.size());
+}
 
-static const char *no_root(uint32_t) {
+static constexpr counter_sources_ops SOURCES = {.read_source = read_text,
+                                                .ticks = count_ticks,
+                                                .uptime = count_ticks,
+                                                .page_size = hundred,
+                                                .clock_rate = hundred,
+                                                .count_open_files = length_of_text};
+
+static const char *one_root(uint32_t index) {
+    return index == 0 ? "/" : nullptr;
+}
+
+static uint32_t fixed(const char *) {
+    return DRIVE_FIXED;
+}
+
+static mount_search *nothing_below(const char *, char *, uint32_t) {
     return nullptr;
+}
+
+static bool first_disk(const char *, uint32_t *out_major, uint32_t *out_minor) {
+    *out_major = 8;
+    *out_minor = 0;
+    return true;
 }
 
 static bool no_space(const char *, uint64_t *, uint64_t *, uint64_t *) {
     return false;
 }
 
-static constexpr drives_ops DRIVES = {.drive_root = no_root, .GetDiskFreeSpaceExA = no_space};
+static constexpr drives_ops DRIVES = {.drive_root = one_root,
+                                      .GetDriveTypeA = fixed,
+                                      .GetDiskFreeSpaceExA = no_space,
+                                      .drive_device = first_disk,
+                                      .FindFirstVolumeMountPointA = nothing_below};
 
 static void read_disks(const char *text) {
     disk_line line;
@@ -76,6 +103,15 @@ static void read_tasks(const char *text) {
     for (const char *at = text; next_task_stat(&at, &task);)
         fuzz_require(strspn(task.id, "0123456789") == strlen(task.id) && task.id[0] != '\0',
                      "a process has a number");
+    task_io io;
+    for (const char *at = text; next_task_io(&at, &io);)
+        fuzz_require(at > text && at[-1] == '\n', "a record ends with its line");
+    task_pages pages;
+    for (const char *at = text; next_task_pages(&at, &pages);)
+        fuzz_require(at > text && at[-1] == '\n', "a record ends with its line");
+    task_memory memory;
+    for (const char *at = text; next_task_memory(&at, &memory);)
+        fuzz_require(memory.swapped % 1024 == 0 && memory.resident_peak % 1024 == 0, "memory is in kB");
 }
 
 static void read_swaps(const char *text) {

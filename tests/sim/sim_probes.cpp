@@ -198,10 +198,16 @@ static uint32_t sim_clock_rate() {
     return 100;
 }
 
+static int64_t sim_open_files(const char *folder) {
+    return sim_fails("count_open_files", folder) ? -1 : 12;
+}
+
 const counter_sources_ops sim_counter_sources = {.read_source = sim_read_source,
                                                  .ticks = sim_ticks,
+                                                 .uptime = sim_ticks,
                                                  .page_size = sim_page_size,
-                                                 .clock_rate = sim_clock_rate};
+                                                 .clock_rate = sim_clock_rate,
+                                                 .count_open_files = sim_open_files};
 
 // ---- the BMC: the service is there, and nothing behind it
 

@@ -28,6 +28,8 @@ enum counter_type : uint32_t {
 struct counter_sample {
     uint64_t value;
     uint64_t base;
+    // What was counted, where another one may take its place: a difference is only made of two of the same.
+    uint64_t origin;
 };
 
 // Takes the sample of one instance (absent for an object without) out of a source's text. False where it is
@@ -50,7 +52,8 @@ struct counter_row {
     // For the sum over all instances, where it is made in another way.
     const char *total_source;
     sample_reader *read_total;
-    // Whether an instance has the counter at all, where a sample would cost too much to find out.
+    // Whether an instance has the counter at all, where a sample would cost too much to find out, or where
+    // its source may be closed to the agent. Rows in succession that have this in common are asked once.
     bool (*is_there)(const char *text, const char *instance);
     // Whether an instance may be there without its source, which then counts as empty.
     bool may_lack_source;
@@ -62,6 +65,9 @@ struct counter_object {
     // Absent for an object without instances.
     const char *instance_source;
     instance_lister *list_instances;
+    // Whether the text in which one instance is listed still tells of it, for those sources that do not say
+    // whose they are. Absent where there are none.
+    bool (*is_instance)(const char *text, const char *instance);
 };
 
 // In the order in which they are listed and numbered.

@@ -20,8 +20,8 @@ struct pdh_counter {
     char *instance; // as it was asked for; absent for an object without
     char *name;     // the same without the number of equal ones
     char *source;
+    char *listing; // the source that says whose the other one is; absent where that says it itself
     counter_history history;
-    bool collected; // by the collection under way
 };
 
 namespace {
@@ -31,6 +31,14 @@ struct path_parts {
     char instance[INSTANCE_NAME_SIZE];
     bool has_instance;
     const char *counter;
+};
+
+// What one collection has read, for all its counters.
+struct reading {
+    reading *next;
+    char *path;
+    char *text; // absent where it could not be read
+    uint64_t ticks;
 };
 
 } // namespace
@@ -72,6 +80,7 @@ static void free_counter_record(pdh_counter *counter) {
     heap_free(counter->instance);
     heap_free(counter->name);
     heap_free(counter->source);
+    heap_free(counter->listing);
     heap_free(counter);
 }
 
@@ -86,6 +95,25 @@ static bool read_sample(const pdh_counter *counter, const char *text, counter_sa
     return read(text, counter->name, out);
 }
 
+// Whether the instance has a source to itself.
+static bool has_own_source(const pdh_counter *counter) {
+    return strchr(counter->row->source, '*') != nullptr && !wants_total(counter);
+}
+
+static bool is_listed_elsewhere(const pdh_counter *counter) {
+    return counter->object->is_instance != nullptr && has_own_source(counter) &&
+           !text_equal(counter->row->source, counter->object->instance_source);
+}
+
+// Sets the source that tells whose the counter's own is. False where memory is out.
+static bool set_listing(pdh_counter *counter, const char *key) {
+    char path[SOURCE_PATH_SIZE];
+    if (!is_listed_elsewhere(counter)) return true;
+    if (!make_source_path(counter->object->instance_source, key, path, sizeof path)) return false;
+    text_replace(&counter->listing, text_copy(path));
+    return counter->listing != nullptr;
+}
+
 // Sets the name of the instance and the source that its key leads to. False where memory is out.
 static bool set_place(pdh_counter *counter, const char *name, const char *key) {
     char path[SOURCE_PATH_SIZE];
@@ -97,24 +125,18 @@ static bool set_place(pdh_counter *counter, const char *name, const char *key) {
     else if (make_source_path(source, key, path, sizeof path))
         source = path;
     text_replace(&counter->source, text_copy(source));
-    return counter->source != nullptr;
-}
-
-// Whether the instance has a source to itself.
-static bool has_own_source(const pdh_counter *counter) {
-    return strchr(counter->row->source, '*') != nullptr && !wants_total(counter);
+    return counter->source != nullptr && set_listing(counter, key);
 }
 
 // A counter is only added where it would give a sample now, so that a scan offers nothing that no check could
-// read. What is listed with a source of its own has one.
+// read. What is listed with a source of its own has one, unless the row says that it has to be tried.
 static bool can_be_read(const pdh_counter *counter) {
+    if (counter->row->is_there != nullptr && !wants_total(counter))
+        return has_instance_source(counter->object, counter->row, counter->source, counter->name);
     if (strchr(counter->source, '*') != nullptr || has_own_source(counter)) return true;
     const char *text = kept_source(counter->object, counter->source);
     counter_sample sample = {};
-    if (text == nullptr) return false;
-    if (counter->row->is_there != nullptr && !wants_total(counter))
-        return counter->row->is_there(text, counter->name);
-    return read_sample(counter, text, &sample);
+    return text != nullptr && read_sample(counter, text, &sample);
 }
 
 // Finds out where the numbers of the instance stand. Afresh where the last place has gone.
@@ -177,7 +199,6 @@ uint32_t provider_close_query(pdh_query *query) {
 // What cannot be read starts over: a rate over the gap would tell of a time that nobody measured.
 static bool take_sample(pdh_counter *counter, const char *text, uint64_t ticks) {
     counter_sample reading = {};
-    counter->collected = true;
     bool read = text != nullptr && read_sample(counter, text, &reading);
     if (read)
         add_sample(&counter->history, reading, ticks);
@@ -195,31 +216,56 @@ static bool collect_elsewhere(pdh_counter *counter) {
     return take_sample(counter, found, counter_sources_host->ticks());
 }
 
-// Reads a source once, for all counters from there on that have it. Whether any of them found its number
-// there: what has gone for good must not be waited for as for a second sample, check after check.
-static bool collect_source(pdh_counter *first) {
-    text_guard source(text_copy(first->source));
-    text_guard text(source != nullptr ? read_counter_source(source.get()) : text_guard());
-    uint64_t ticks = counter_sources_host->ticks();
-    bool any = false;
-    for (pdh_counter *counter = first; counter != nullptr; counter = counter->next) {
-        if (counter->collected || !text_equal(counter->source, source.get())) continue;
-        bool taken = take_sample(counter, text.get(), ticks);
-        if (!taken && has_own_source(counter)) taken = collect_elsewhere(counter);
-        any |= taken;
+static void free_readings(reading *first) {
+    while (first != nullptr) {
+        reading *next = first->next;
+        heap_free(first->path);
+        heap_free(first->text);
+        heap_free(first);
+        first = next;
     }
-    first->collected = true;
-    return any;
+}
+
+// The source as this collection has it; absent where memory is out.
+static const reading *read_once(reading **all, const char *path) {
+    for (const reading *each = *all; each != nullptr; each = each->next)
+        if (text_equal(each->path, path)) return each;
+    text_guard name(text_copy(path));
+    auto *added = name != nullptr ? heap_new<reading>() : nullptr;
+    if (added == nullptr) return nullptr;
+    *added = {.next = *all, .path = name.release(), .text = read_counter_source(path).release()};
+    added->ticks = counter_sources_host->ticks();
+    *all = added;
+    return added;
+}
+
+// A process may be another one by now, where its name has not come from the text that was read.
+static bool is_still_the_instance(const pdh_counter *counter, reading **all) {
+    if (counter->listing == nullptr) return true;
+    const reading *found = read_once(all, counter->listing);
+    return found != nullptr && found->text != nullptr &&
+           counter->object->is_instance(found->text, counter->name);
+}
+
+// Whether the counter's number was found: what has gone for good must not be waited for as for a second
+// sample, check after check.
+static bool collect_counter(pdh_counter *counter, reading **all) {
+    const reading *found = read_once(all, counter->source);
+    bool any = found != nullptr && found->text != nullptr;
+    bool same = any && is_still_the_instance(counter, all);
+    bool taken = take_sample(counter, same ? found->text : nullptr, any ? found->ticks : 0);
+    if (!taken && has_own_source(counter)) taken = collect_elsewhere(counter);
+    return taken;
 }
 
 uint32_t provider_collect(pdh_query *query) {
     if (query == nullptr) return PDH_INVALID_HANDLE;
     drop_old_sources();
-    for (pdh_counter *counter = query->counters; counter != nullptr; counter = counter->next)
-        counter->collected = false;
+    reading *all = nullptr;
     bool any = false;
     for (pdh_counter *counter = query->counters; counter != nullptr; counter = counter->next)
-        if (!counter->collected) any |= collect_source(counter);
+        any |= collect_counter(counter, &all);
+    free_readings(all);
     return any ? PDH_OK : PDH_NO_DATA;
 }
 

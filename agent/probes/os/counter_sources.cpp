@@ -20,10 +20,20 @@ constexpr size_t FIRST_SIZE = 4096;
 constexpr uint64_t KEPT_FOR = 1'000'000'000; // nanoseconds
 constexpr size_t KEPT_TEXTS = 4;             // as many as any object has
 constexpr const char *SPACE = "space:";
+constexpr const char *OPEN_FILES = "open:";
 
 struct kept_text {
     char *path;
     char *text;
+};
+
+// The last thing that was found out about one instance. A browser asks for the same with each of its
+// counters.
+struct kept_answer {
+    bool (*question)(const char *text, const char *instance); // absent until there is one
+    char *path;
+    char *instance;
+    bool yes;
 };
 
 // What is known of the object at hand.
@@ -33,6 +43,7 @@ struct kept_sources {
     kept_text texts[KEPT_TEXTS];
     char *names; // absent until they are listed
     name_index index;
+    kept_answer answer;
 };
 
 // A text that grows at its end.
@@ -91,17 +102,38 @@ static text_guard read_whole(const char *path) {
     return {};
 }
 
-// One file of many as one line: a name within it may hold any byte, a line feed, too.
+static text_guard read_open_files(const char *folder) {
+    char text[32];
+    int64_t count = counter_sources_host->count_open_files(folder);
+    if (count < 0) return {};
+    snprintf(text, sizeof text, "%lld\n", static_cast<long long>(count));
+    return text_guard(text_copy(text));
+}
+
+static bool ends_with(const char *text, const char *end) {
+    size_t length = strlen(text);
+    size_t wanted = strlen(end);
+    return length >= wanted && text_equal(text + length - wanted, end);
+}
+
+// One file of many. In /proc/PID/stat stands a name that may hold any byte, a line feed, too; that file
+// becomes one line. In the others the kernel escapes it.
 static void append_file(growing_text *all, const char *path) {
-    char text[2048];
+    char text[4096];
     int64_t length = counter_sources_host->read_source(path, text, sizeof text);
     if (length <= 0 || static_cast<size_t>(length) == sizeof text || text[length - 1] != '\n') return;
+    bool one_line = ends_with(path, "/stat");
     for (int64_t i = 0; i + 1 < length; i++)
-        if (text[i] == '\n' || text[i] == '\0') text[i] = '?';
+        if (text[i] == '\0' || (one_line && text[i] == '\n')) text[i] = '?';
     append(all, text, static_cast<size_t>(length));
 }
 
-static text_guard read_files(const char *path) {
+static void append_open_files(growing_text *all, const char *folder) {
+    text_guard count = read_open_files(folder);
+    if (count != nullptr) append(all, count.get(), strlen(count.get()));
+}
+
+static text_guard read_files(const char *path, void (*append_one)(growing_text *all, const char *path)) {
     char folder[SOURCE_PATH_SIZE];
     copy_bounded(folder, path, static_cast<size_t>(strchr(path, '*') - path) + 1);
     text_guard names = read_whole(folder);
@@ -114,7 +146,7 @@ static text_guard read_files(const char *path) {
         if (digits == 0 || digits >= sizeof key || name[digits] != '\n') continue;
         copy_bounded(key, name, digits + 1);
         char file[SOURCE_PATH_SIZE];
-        if (make_source_path(path, key, file, sizeof file)) append_file(&all, file);
+        if (make_source_path(path, key, file, sizeof file)) append_one(&all, file);
     }
     return finish(&all);
 }
@@ -161,7 +193,12 @@ static text_guard read_space(const char *path) {
 
 text_guard read_counter_source(const char *path) {
     if (text_starts_with(path, SPACE)) return read_space(path + strlen(SPACE));
-    return strchr(path, '*') != nullptr ? read_files(path) : read_whole(path);
+    bool many = strchr(path, '*') != nullptr;
+    if (text_starts_with(path, OPEN_FILES)) {
+        const char *folder = path + strlen(OPEN_FILES);
+        return many ? read_files(folder, append_open_files) : read_open_files(folder);
+    }
+    return many ? read_files(path, append_file) : read_whole(path);
 }
 
 bool make_source_path(const char *source, const char *key, char *buffer, size_t size) {
@@ -178,6 +215,8 @@ static void forget() {
         heap_free(each.text);
     }
     heap_free(kept.names);
+    heap_free(kept.answer.path);
+    heap_free(kept.answer.instance);
     free_name_index(&kept.index);
     kept = {};
 }
@@ -213,6 +252,42 @@ static const char *keep(const char *path) {
 const char *kept_source(const counter_object *object, const char *path) {
     turn_to(object, false);
     return keep(path);
+}
+
+// What an instance has for itself is small, whatever else was read before it.
+static text_guard read_own_source(const char *path) {
+    growing_text text = {};
+    if (text_starts_with(path, OPEN_FILES))
+        append_open_files(&text, path + strlen(OPEN_FILES));
+    else
+        append_file(&text, path);
+    return finish(&text);
+}
+
+static bool is_answered(const counter_row *row, const char *path, const char *instance) {
+    const kept_answer &answer = kept.answer;
+    return answer.question == row->is_there && text_equal(answer.path, path) &&
+           text_equal(answer.instance, instance);
+}
+
+static void keep_answer(const counter_row *row, const char *path, const char *instance, bool yes) {
+    text_replace(&kept.answer.path, text_copy(path));
+    text_replace(&kept.answer.instance, text_copy(instance));
+    bool copied = kept.answer.path != nullptr && kept.answer.instance != nullptr;
+    kept.answer.question = copied ? row->is_there : nullptr;
+    kept.answer.yes = yes;
+}
+
+bool has_instance_source(const counter_object *object, const counter_row *row, const char *path,
+                         const char *instance) {
+    turn_to(object, false);
+    if (is_answered(row, path, instance)) return kept.answer.yes;
+    bool own = strchr(row->source, '*') != nullptr;
+    text_guard read(own ? read_own_source(path) : text_guard());
+    const char *text = own ? read.get() : keep(path);
+    bool yes = text != nullptr && row->is_there(text, instance);
+    keep_answer(row, path, instance, yes);
+    return yes;
 }
 
 static bool append_instance(void *context, const char *instance, const char *key) {

@@ -5,6 +5,9 @@
 //   "/proc/stat"     a file
 //   "/proc/"         a folder: the names in it, one a line
 //   "/proc/*/stat"   the files of all folders whose names are numbers, one a line
+//   "/proc/*/io"     other files of theirs, which have several lines, behind each other
+//   "open:PATH"      the number of files that a process holds open, by its folder "/proc/PID/fd"; of several
+//                    processes one a line
 //   "space:PATH"     "free total", in bytes, of the drive at that path
 //   "space:"         the paths of all drives, one a line
 //
@@ -26,9 +29,14 @@ struct counter_sources_ops {
     int64_t (*read_source)(const char *path, char *buffer, size_t size);
     // Nanoseconds of a clock that never goes back and stands while the host sleeps.
     uint64_t (*ticks)();
+    // Nanoseconds since the host was started, those in which it slept included: the clock by which processes
+    // are started.
+    uint64_t (*uptime)();
     // Bytes of a page of memory; steps a second of the clock in which the times of processes are counted.
     uint32_t (*page_size)();
     uint32_t (*clock_rate)();
+    // The files that a process holds open, by its folder "/proc/PID/fd"; -1 on failure.
+    int64_t (*count_open_files)(const char *folder);
 };
 
 extern const counter_sources_ops counter_sources_ops_host;
@@ -45,6 +53,10 @@ bool make_source_path(const char *source, const char *key, char *buffer, size_t 
 
 // A text of the object at hand, as it was within the last second; valid until the next call.
 const char *kept_source(const counter_object *object, const char *path);
+
+// What the row's is_there says of an instance, by a text from within the last second.
+bool has_instance_source(const counter_object *object, const counter_row *row, const char *path,
+                         const char *instance);
 
 // The instances of an object, as name and key behind each other, with an empty name at the end; absent where
 // they cannot be had. Afresh, or as they were within the last second.

@@ -7,6 +7,7 @@ static constexpr double MILLION = 1e6; // nanoseconds of a millisecond
 static constexpr double MILLISECONDS = 1e3;
 
 void add_sample(counter_history *history, const counter_sample &reading, uint64_t ticks) {
+    if (history->current.reading.origin != reading.origin) history->samples = 0;
     history->previous = history->current;
     history->current = {.reading = reading, .ticks = ticks};
     history->samples = std::min(history->samples + 1, 2U);

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <ctime>
+#include <sys/stat.h>
 
 // The kernel refuses as invalid to read a value that there is none of, as the speed of a link that is down.
 static int64_t read_file(const char *path, char *buffer, size_t size) {
@@ -20,10 +21,18 @@ static int64_t read_source(const char *path, char *buffer, size_t size) {
     return folder ? list_host_folder(path, buffer, size) : read_file(path, buffer, size);
 }
 
-static uint64_t ticks() {
+static uint64_t read_clock(clockid_t clock) {
     timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    clock_gettime(clock, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+static uint64_t ticks() {
+    return read_clock(CLOCK_MONOTONIC);
+}
+
+static uint64_t uptime() {
+    return read_clock(CLOCK_BOOTTIME);
 }
 
 static uint32_t page_size() {
@@ -34,8 +43,35 @@ static uint32_t clock_rate() {
     return static_cast<uint32_t>(sysconf(_SC_CLK_TCK));
 }
 
-const counter_sources_ops counter_sources_ops_host = {
-    .read_source = read_source, .ticks = ticks, .page_size = page_size, .clock_rate = clock_rate};
+// The number of a folder's open files as its size, or 0.
+static int64_t size_of_folder(const char *folder) {
+    struct stat found;
+    return stat(folder, &found) == 0 ? found.st_size : -1;
+}
+
+static int64_t count_names(const char *path) {
+    DIR *folder = opendir(path);
+    if (folder == nullptr) return -1;
+    int64_t count = 0;
+    while (const dirent *entry = readdir(folder))
+        count += entry->d_name[0] != '.';
+    closedir(folder);
+    return count;
+}
+
+// Kernels from 6.2 on tell the number as the size of the folder, to anybody; older ones have a size of 0
+// there. The agent itself has files open.
+static int64_t count_open_files(const char *folder) {
+    static const bool has_size = size_of_folder("/proc/self/fd") > 0;
+    return has_size ? size_of_folder(folder) : count_names(folder);
+}
+
+const counter_sources_ops counter_sources_ops_host = {.read_source = read_source,
+                                                      .ticks = ticks,
+                                                      .uptime = uptime,
+                                                      .page_size = page_size,
+                                                      .clock_rate = clock_rate,
+                                                      .count_open_files = count_open_files};
 
 const perf_counter_ops perf_counter_ops_host = {
     .PdhOpenQueryA = provider_open_query,

@@ -103,3 +103,13 @@ TEST(counter_values, are_none_where_no_time_has_passed) {
 TEST(counter_values, go_on_over_a_wrap_of_64_bits) {
     EXPECT_EQ(samples({UINT64_MAX - 9, 0}, {10, 0}).value(COUNTER_RATE), 10);
 }
+
+TEST(counter_values, start_over_with_what_has_taken_the_place) {
+    samples moved({.value = 10, .base = 1, .origin = 7}, {.value = 20, .base = 1, .origin = 8});
+    EXPECT_EQ(moved.value(COUNTER_RATE), -1);
+    add_sample(&moved.history, {.value = 26, .base = 1, .origin = 8}, 4 * SECOND);
+    EXPECT_EQ(moved.value(COUNTER_RATE), 6);
+    add_sample(&moved.history, {.value = 30, .base = 1, .origin = 7}, 5 * SECOND);
+    EXPECT_EQ(moved.value(COUNTER_RATE), -1);
+    EXPECT_EQ(moved.value(COUNTER_LEVEL), 30) << "a level takes one sample";
+}

@@ -32,6 +32,7 @@ struct recorded_machine {
     std::map<std::string, std::string> texts;
     std::set<std::string> unreadable;
     uint64_t now = 1'000'000'000'000; // nanoseconds
+    uint64_t slept = 0;               // of the time since the start
     std::vector<std::string> reads;   // paths, in order
 };
 
@@ -62,6 +63,19 @@ inline uint64_t recorded_ticks() {
     return the_machine->now;
 }
 
+inline uint64_t recorded_uptime() {
+    return the_machine->now + the_machine->slept;
+}
+
+// One file for each descriptor.
+inline int64_t recorded_open_files(const char *folder) {
+    the_machine->reads.emplace_back(folder);
+    std::string path = std::string(folder) + "/";
+    if (the_machine->unreadable.contains(folder) || !the_machine->has(path)) return -1;
+    std::string names = the_machine->text(path);
+    return std::count(names.begin(), names.end(), '\n');
+}
+
 inline uint32_t recorded_page_size() {
     return 4096;
 }
@@ -72,8 +86,10 @@ inline uint32_t recorded_clock_rate() {
 
 inline const counter_sources_ops recorded_sources = {.read_source = read_recorded,
                                                      .ticks = recorded_ticks,
+                                                     .uptime = recorded_uptime,
                                                      .page_size = recorded_page_size,
-                                                     .clock_rate = recorded_clock_rate};
+                                                     .clock_rate = recorded_clock_rate,
+                                                     .count_open_files = recorded_open_files};
 
 inline const perf_counter_ops recorded_counter_ops = {
     .PdhOpenQueryA = provider_open_query,
