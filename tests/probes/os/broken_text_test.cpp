@@ -13,6 +13,8 @@
 #include "probes/os/perf_counter_ops.h"
 #include "probes/os/proc_stat.h"
 #include "probes/os/processor_list.h"
+#include "probes/os/recorded_ops.h"
+#include "probes/os/task_files.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -24,7 +26,7 @@ using reader = std::function<void(const std::string &text)>;
 
 // Each text of the container cut behind every byte.
 void cut_everywhere(const char *path, const reader &read) {
-    std::string text = recorded_machine("container").text(path);
+    std::string text = recorded_text(TEST_DATA "/machines/container" + std::string(path));
     for (size_t length = 0; length <= text.size(); length++)
         read(text.substr(0, length));
 }
@@ -131,16 +133,42 @@ TEST(broken_stat, gives_shares_between_0_and_100) {
 }
 
 TEST(broken_sources, give_every_counter_a_sample_or_none) {
+    recorded_machine machine("container");
+    drives_host = &recorded_drives_ops;
     for (const counter_object *object : counter_objects) {
         for (const counter_row &row : object->counters) {
             if (strpbrk(row.source, "*:") != nullptr || std::string(row.source).ends_with('/')) continue;
             cut_everywhere(row.source, [&](const std::string &text) {
                 counter_sample sample = {};
-                const char *instance = object->list_instances != nullptr ? "1" : nullptr;
+                const char *instance = object->list_instances == nullptr ? nullptr
+                                       : object == &logical_disk_object  ? "/data"
+                                                                         : "1";
                 bool read = row.read(text.c_str(), instance, &sample);
                 EXPECT_TRUE(!read || text.find('\n') != std::string::npos) << row.name;
             });
         }
+    }
+    drives_host = nullptr;
+}
+
+TEST(broken_task_files, give_whole_records_or_none) {
+    for (const char *path : {"/proc/7/io", "/proc/7/statm", "/proc/7/status"}) {
+        std::mt19937 chance(3);
+        std::string sound = recorded_text(TEST_DATA "/machines/container" + std::string(path));
+        auto read = [](const std::string &text) {
+            task_io io;
+            task_pages pages;
+            task_memory memory;
+            for (const char *at = text.c_str(); next_task_io(&at, &io);)
+                EXPECT_EQ(at[-1], '\n');
+            for (const char *at = text.c_str(); next_task_pages(&at, &pages);)
+                EXPECT_EQ(at[-1], '\n');
+            for (const char *at = text.c_str(); next_task_memory(&at, &memory);)
+                EXPECT_NE(text.find("Threads:"), std::string::npos);
+        };
+        cut_everywhere(path, read);
+        for (int i = 0; i < 1500; i++)
+            read(spoil(sound, chance));
     }
 }
 

@@ -103,6 +103,95 @@ TEST_F(drive_counters, tell_the_space_on_a_drive) {
     EXPECT_EQ(add("\\LogicalDisk(/nowhere)\\Free Megabytes"), PDH_CSTATUS_NO_COUNTER);
 }
 
+TEST_F(drive_counters, tell_the_figures_of_the_device_below) {
+    const std::pair<const char *, double> rows[] = {
+        {"Disk Reads/sec", 50},
+        {"Disk Read Bytes/sec", 400 * 512},
+        {"Avg. Disk Read Queue Length", 0.1},
+        {"Disk Writes/sec", 25},
+        {"Disk Write Bytes/sec", 200 * 512},
+        {"Avg. Disk Write Queue Length", 0.3},
+        {"% Idle Time", 75},
+        {"Avg. Disk Queue Length", 0.5},
+        {"% Disk Read Time", 10},
+        {"% Disk Write Time", 30},
+        {"Avg. Disk sec/Read", 0.002},
+        {"Avg. Disk sec/Write", 0.012},
+        {"Split IO/Sec", 7.5},
+        {"% Disk Time", 40},
+        {"Current Disk Queue Length", 4},
+        {"Avg. Disk sec/Transfer", 800.0 / 150 / 1000},
+        {"Disk Transfers/sec", 75},
+        {"Disk Bytes/sec", 600 * 512},
+        {"Avg. Disk Bytes/Transfer", 1200.0 * 512 / 150},
+        {"Avg. Disk Bytes/Read", 8 * 512},
+        {"Avg. Disk Bytes/Write", 8 * 512},
+    };
+    std::string other = disk("9 9 9 9 9 9 9 9 9 9 9");
+    for (auto [name, expected] : rows) {
+        machine.texts["/proc/diskstats"] =
+            other + disk("1000 10 8000 500 500 20 4000 700 0 900 1200", "8 1 sda1 ");
+        ASSERT_EQ(add((std::string("\\LogicalDisk(/data)\\") + name).c_str()), PDH_OK) << name;
+        sample();
+        machine.texts["/proc/diskstats"] =
+            other + disk("1100 15 8800 700 550 30 4400 1300 4 1400 2200", "8 1 sda1 ");
+        machine.now += 2 * SECOND;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(drive_counters, have_their_space_alone_where_no_device_counts_for_them) {
+    EXPECT_EQ(add("\\LogicalDisk(/)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER) << "layers";
+    EXPECT_EQ(add("\\LogicalDisk(/nowhere)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER);
+    machine.use("numa");
+    for (const char *drive : {"/tank", "/tank/db", "/var/lib", "/srv/late/"}) {
+        std::string path = std::string("\\LogicalDisk(") + drive + ")\\% Idle Time";
+        EXPECT_EQ(add(path.c_str()), PDH_CSTATUS_NO_COUNTER) << drive;
+    }
+    EXPECT_EQ(add("\\LogicalDisk(/tank)\\% Free Space"), PDH_OK);
+    EXPECT_EQ(add("\\LogicalDisk(/)\\% Idle Time"), PDH_OK) << "a volume";
+    EXPECT_EQ(add("\\LogicalDisk(/srv/My Data)\\% Idle Time"), PDH_OK) << "a partition";
+}
+
+TEST_F(drive_counters, start_over_with_another_device_at_the_path) {
+    std::string both =
+        disk("10 0 0 0 0 0 0 0 0 0 0", "8 1 sda1 ") + disk("90 0 0 0 0 0 0 0 0 0 0", "8 2 sda2 ");
+    machine.texts["/proc/diskstats"] = both;
+    ASSERT_EQ(add("\\LogicalDisk(/data)\\Disk Reads/sec"), PDH_OK);
+    sample();
+    machine.change("/proc/self/mountinfo", "8:1 /srv/volumes", "8:2 /srv/volumes");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA);
+    machine.change("/proc/diskstats", "90 ", "95 ");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 5);
+}
+
+TEST_F(drive_counters, end_with_their_mount) {
+    ASSERT_EQ(add("\\LogicalDisk(/data)\\Disk Reads/sec"), PDH_OK);
+    sample();
+    std::string table = machine.text("/proc/self/mountinfo");
+    machine.texts["/proc/self/mountinfo"] = table.substr(0, table.find('\n') + 1);
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), NO_DATA);
+    EXPECT_EQ(add("\\LogicalDisk(/data)\\Disk Reads/sec"), PDH_CSTATUS_NO_COUNTER);
+    machine.texts["/proc/self/mountinfo"] = table;
+    EXPECT_EQ(sample(), INVALID_DATA) << "one sample since";
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 0);
+}
+
+TEST_F(drive_counters, read_the_disks_once_for_all_drives) {
+    machine.use("numa");
+    ASSERT_EQ(add("\\LogicalDisk(/)\\Disk Reads/sec"), PDH_OK);
+    ASSERT_EQ(add("\\LogicalDisk(/)\\Disk Writes/sec"), PDH_OK);
+    ASSERT_EQ(add("\\LogicalDisk(/srv/My Data)\\% Idle Time"), PDH_OK);
+    machine.reads.clear();
+    provider_collect(query);
+    EXPECT_EQ(machine.reads, std::vector<std::string>{"/proc/diskstats"});
+}
+
 TEST_F(drive_counters, have_no_data_without_their_drive) {
     ASSERT_EQ(add("\\LogicalDisk(/data)\\Free Megabytes"), PDH_OK);
     std::string table = machine.text("/proc/self/mountinfo");
