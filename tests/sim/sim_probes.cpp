@@ -131,6 +131,9 @@ static constexpr const char *PROTOCOL_TEXT =
 static const std::map<std::string, std::string> still_texts = {
     {"/proc/", "1\n"},
     {"/proc/1/stat", "1 (init) S 0 1 1 0 -1 0 9 0 0 0 1 1 0 0 20 0 1 0 1 4096 1\n"},
+    {"/proc/1/io", "rchar: 1000\nwchar: 100\nsyscr: 10\nsyscw: 1\n"},
+    {"/proc/1/statm", "1 1 0 0 0 1 0\n"},
+    {"/proc/1/status", "Name:\tinit\nVmPeak:\t4 kB\nVmHWM:\t4 kB\nVmSwap:\t0 kB\nThreads:\t1\n"},
     {"/proc/interrupts", "      CPU0\n  0:  1000 timer\n"},
     {"/proc/loadavg", "0.00 0.00 0.00 1/100 1\n"},
     {"/proc/meminfo", "MemTotal: 8388608 kB\nMemAvailable: 2097152 kB\nCommitLimit: 8388608 kB\n"},

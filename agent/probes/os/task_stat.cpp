@@ -23,13 +23,13 @@ static const char *read_head(const char *at, const char *end, task_stat *out) {
     return behind + 1;
 }
 
-// Priorities and the terminal may be below zero, which nobody asks for.
+// Priorities and the terminal may be below zero. Such a number stands as it does in two's complement.
 static const char *read_field(const char *at, uint64_t *out) {
     at += strspn(at, " ");
     bool negative = *at == '-';
     if (negative) at++;
     if (!read_number(&at, out)) return nullptr;
-    if (negative) *out = 0;
+    if (negative) *out = 0 - *out;
     return at;
 }
 
@@ -39,6 +39,8 @@ bool parse_task_stat(const char *at, const char *end, task_stat *out) {
     if (at == nullptr || at[0] != ' ' || at[1] == '\0' || at[2] != ' ') return false;
     at += 2; // the state
     uint64_t unused = 0;
+    uint64_t priority = 0;
+    uint64_t nice = 0;
     uint64_t *const fields[] = {&out->parent,
                                 &unused,
                                 &unused,
@@ -53,17 +55,19 @@ bool parse_task_stat(const char *at, const char *end, task_stat *out) {
                                 &out->kernel_time,
                                 &unused,
                                 &unused,
-                                &unused,
-                                &unused, // 14 to 19
+                                &priority,
+                                &nice, // 14 to 19
                                 &out->threads,
                                 &unused,
-                                &unused,
+                                &out->start,
                                 &out->virtual_bytes,
                                 &out->resident_pages}; // 20 to 24
     for (uint64_t *field : fields) {
         at = read_field(at, field);
         if (at == nullptr || at > end) return false;
     }
+    out->priority = static_cast<int64_t>(priority);
+    out->nice = static_cast<int64_t>(nice);
     return true;
 }
 

@@ -13,7 +13,9 @@ struct task_stat {
     uint64_t parent;
     uint64_t minor_faults, major_faults;
     uint64_t user_time, kernel_time;
+    int64_t priority, nice;
     uint64_t threads;
+    uint64_t start; // steps since the host was started
     uint64_t virtual_bytes;
     uint64_t resident_pages;
 };

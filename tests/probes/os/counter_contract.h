@@ -79,6 +79,12 @@ struct counter_contract : testing::TestWithParam<counter_host> {
     }
 };
 
+// Another process of that name is the same to these tests.
+inline std::string own_process_name() {
+    std::string text = recorded_text("/proc/self/comm");
+    return text.substr(0, text.find('\n'));
+}
+
 inline std::string counter_host_name(const testing::TestParamInfo<counter_host> &kind) {
     return kind.param.name;
 }

@@ -76,6 +76,18 @@ TEST_P(counter_contract, offers_and_checks_the_load) {
     EXPECT_EQ(devices, 3);
 }
 
+TEST_P(counter_contract, tells_of_a_process) {
+    std::string name = machine != nullptr ? "web server" : own_process_name();
+    for (const char *counter :
+         {"Handle Count", "Private Bytes", "Working Set Peak", "Priority Base", "Elapsed Time"})
+        EXPECT_GE(value_of(made("Process", name.c_str(), counter).get()), 1) << counter;
+    EXPECT_LE(value_of(made("Process", name.c_str(), "Working Set - Private").get()),
+              value_of(made("Process", name.c_str(), "Private Bytes").get()) +
+                  value_of(made("Process", name.c_str(), "Working Set").get()));
+    for (const char *counter : {"IO Data Operations/sec", "IO Data Bytes/sec", "Page File Bytes"})
+        EXPECT_GE(value_of(made("Process", name.c_str(), counter).get()), 0) << counter;
+}
+
 static devtree *find_child(devtree *group, const char *id) {
     devtree *child = group->children;
     while (child != nullptr && !text_equal(child->id, id))

@@ -65,6 +65,10 @@ TEST_F(listing, grows_with_the_detail_level) {
     EXPECT_EQ(counters_of("PhysicalDisk", 199).size(), 10U) << "no level of its own";
     EXPECT_EQ(counters_of("PhysicalDisk", 200).size(), 17U);
     EXPECT_EQ(counters_of("PhysicalDisk", 300).size(), 21U);
+    EXPECT_EQ(counters_of("LogicalDisk", 200).size(), 2 + 17U);
+    EXPECT_EQ(counters_of("Process", 100).size(), 4U);
+    EXPECT_EQ(counters_of("Process", 200).size(), 20U);
+    EXPECT_EQ(counters_of("Process", 300).size(), 23U);
 }
 
 TEST_F(listing, gives_every_row_a_level_a_unit_and_a_name_of_its_own) {

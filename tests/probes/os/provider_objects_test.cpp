@@ -422,6 +422,238 @@ TEST_F(process_counters, take_names_that_share_a_line_feed) {
     EXPECT_EQ(sample(), 1);
 }
 
+TEST_F(process_counters, tell_what_stands_beside_the_times) {
+    machine.now = 5000 * SECOND;
+    machine.slept = 30 * SECOND;
+    const std::pair<const char *, double> levels[] = {{"Elapsed Time", 5030 - 21.03},
+                                                      {"Priority Base", 20},
+                                                      {"Working Set - Private", (412 - 237) * 4096},
+                                                      {"Private Bytes", 133 * 4096},
+                                                      {"Working Set Peak", 1900 * 1024},
+                                                      {"Virtual Bytes Peak", 3120 * 1024},
+                                                      {"Page File Bytes", 96 * 1024},
+                                                      {"Handle Count", 6}};
+    for (auto [name, expected] : levels) {
+        ASSERT_EQ(add((std::string("\\Process(web server)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, tell_calls_and_bytes_a_second) {
+    const std::pair<const char *, double> rates[] = {
+        {"IO Read Operations/sec", 5}, {"IO Write Operations/sec", 2}, {"IO Data Operations/sec", 7},
+        {"IO Read Bytes/sec", 4000},   {"IO Write Bytes/sec", 300},    {"IO Data Bytes/sec", 4300}};
+    for (auto [name, expected] : rates) {
+        machine.texts["/proc/7/io"] = "rchar: 1000\nwchar: 200\nsyscr: 30\nsyscw: 4\n";
+        ASSERT_EQ(add((std::string("\\Process(web server)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), INVALID_DATA) << name;
+        machine.texts["/proc/7/io"] = "rchar: 9000\nwchar: 800\nsyscr: 40\nsyscw: 8\n";
+        machine.now += 2 * SECOND;
+        EXPECT_DOUBLE_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, go_on_over_a_wrap_and_start_over_behind_a_fall) {
+    machine.texts["/proc/7/io"] = "rchar: 18446744073709551610\nwchar: 0\nsyscr: 0\nsyscw: 0\n";
+    ASSERT_EQ(add("\\Process(web server)\\IO Read Bytes/sec"), PDH_OK);
+    sample();
+    machine.texts["/proc/7/io"] = "rchar: 14\nwchar: 0\nsyscr: 0\nsyscw: 0\n";
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 20);
+    machine.texts["/proc/7/io"] = "rchar: 4\nwchar: 0\nsyscr: 0\nsyscw: 0\n";
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA);
+}
+
+TEST_F(process_counters, rank_urgent_processes_above_others) {
+    const struct {
+        const char *priority; // and nice
+        double expected;
+    } rows[] = {
+        {"20 0", 20},    {"39 19", 1},    {"0 -20", 40}, {"-2 0", 41},   {"-51 0", 90},
+        {"-100 0", 139}, {"-101 0", 140}, {"20 99", 1},  {"20 -99", 40}, {"-9223372036854775808 0", 140}};
+    for (const auto &row : rows) {
+        machine.texts.clear();
+        machine.change("/proc/4711/stat", "0 0 20 0 1 0 2103",
+                       std::string("0 0 ") + row.priority + " 1 0 2103");
+        ASSERT_EQ(add("\\Process(sh)\\Priority Base"), PDH_OK);
+        EXPECT_EQ(sample(), row.expected) << row.priority;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, are_never_older_than_the_host) {
+    machine.change("/proc/4711/stat", "1 0 2103", "1 0 999999999");
+    ASSERT_EQ(add("\\Process(sh)\\Elapsed Time"), PDH_OK);
+    EXPECT_EQ(sample(), 0);
+}
+
+TEST_F(process_counters, start_over_with_another_process_of_name_and_number) {
+    ASSERT_EQ(add("\\Process(sh)\\Page Faults/sec"), PDH_OK);
+    sample();
+    machine.change("/proc/4711/stat", "1041 0 3", "9041 0 3");
+    machine.change("/proc/4711/stat", "1 0 2103", "1 0 2104");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA);
+    machine.change("/proc/4711/stat", "9041 0 3", "9045 0 3");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 4);
+}
+
+TEST_F(process_counters, are_0_for_the_memory_of_the_kernel) {
+    machine.use("stacked");
+    machine.texts["/proc/2/statm"] = "0 0 0 0 0 0 0\n";
+    machine.texts["/proc/2/status"] = "Name:\tkthreadd\nKthread:\t1\nThreads:\t1\n";
+    machine.texts["/proc/2/io"] = "rchar: 0\nwchar: 0\nsyscr: 0\nsyscw: 0\n";
+    machine.texts["/proc/2/fd/"] = "";
+    for (const char *name : {"Working Set - Private", "Private Bytes", "Working Set Peak",
+                             "Virtual Bytes Peak", "Page File Bytes", "Handle Count"}) {
+        ASSERT_EQ(add((std::string("\\Process(kthreadd)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), 0) << name;
+        provider_remove_counter(counter);
+    }
+    EXPECT_EQ(add("\\Process(kthreadd)\\IO Data Bytes/sec"), PDH_OK);
+}
+
+TEST_F(process_counters, read_only_the_files_that_they_need) {
+    const std::pair<const char *, std::vector<std::string>> rows[] = {
+        {"Elapsed Time", {"/proc/7/stat"}},
+        {"Priority Base", {"/proc/7/stat"}},
+        {"Private Bytes", {"/proc/7/statm", "/proc/7/stat"}},
+        {"Page File Bytes", {"/proc/7/status", "/proc/7/stat"}},
+        {"IO Read Bytes/sec", {"/proc/7/io", "/proc/7/stat"}},
+        {"Handle Count", {"/proc/7/fd", "/proc/7/stat"}}};
+    for (const auto &[name, expected] : rows) {
+        ASSERT_EQ(add((std::string("\\Process(web server)\\") + name).c_str()), PDH_OK) << name;
+        machine.reads.clear();
+        provider_collect(query);
+        EXPECT_EQ(machine.reads, expected) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, read_each_file_once_a_collection) {
+    for (const char *name : {"IO Read Bytes/sec", "IO Write Bytes/sec", "% User Time", "Handle Count"})
+        ASSERT_EQ(add((std::string("\\Process(web server)\\") + name).c_str()), PDH_OK) << name;
+    machine.reads.clear();
+    provider_collect(query);
+    EXPECT_EQ(machine.reads, (std::vector<std::string>{"/proc/7/fd", "/proc/7/stat", "/proc/7/io"}));
+}
+
+TEST_F(process_counters, are_refused_where_a_file_is_closed_to_the_agent) {
+    machine.unreadable = {"/proc/7/io", "/proc/7/fd"};
+    for (const char *name : {"IO Read Operations/sec", "IO Data Bytes/sec", "Handle Count"}) {
+        std::string path = std::string("\\Process(web server)\\") + name;
+        EXPECT_EQ(add(path.c_str()), PDH_CSTATUS_NO_COUNTER) << name;
+    }
+    EXPECT_EQ(add("\\Process(web server)\\% User Time"), PDH_OK);
+    EXPECT_EQ(add("\\Process(sh)\\IO Read Operations/sec"), PDH_OK);
+}
+
+TEST_F(process_counters, are_refused_to_one_of_several_of_a_name) {
+    machine.use("stacked");
+    for (const char *number : {"401", "403"})
+        machine.texts[std::string("/proc/") + number + "/io"] = "rchar: 1\nwchar: 2\nsyscr: 3\nsyscw: 4\n";
+    const std::pair<const char *, uint32_t> rows[] = {
+        {"nginx", PDH_OK}, {"nginx#1", PDH_CSTATUS_NO_COUNTER}, {"nginx#2", PDH_OK}};
+    for (auto [name, expected] : rows) {
+        std::string path = std::string("\\Process(") + name + ")\\IO Data Bytes/sec";
+        EXPECT_EQ(provider_add_counter(query, path.c_str(), &counter), expected) << name;
+    }
+}
+
+TEST_F(process_counters, are_not_below_0_where_the_kernel_counted_at_different_moments) {
+    machine.texts["/proc/7/statm"] = "660 412 413 5 0 133 0\n";
+    ASSERT_EQ(add("\\Process(web server)\\Working Set - Private"), PDH_OK);
+    EXPECT_EQ(sample(), 0);
+}
+
+TEST_F(process_counters, have_no_data_once_a_file_is_closed) {
+    ASSERT_EQ(add("\\Process(web server)\\IO Read Bytes/sec"), PDH_OK);
+    sample();
+    machine.unreadable = {"/proc/7/io"};
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), NO_DATA);
+    machine.unreadable = {};
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), INVALID_DATA) << "one sample since";
+}
+
+TEST_F(process_counters, have_no_data_from_a_broken_file) {
+    for (const char *name : {"IO Read Bytes/sec", "Private Bytes", "Page File Bytes"}) {
+        machine.texts.clear();
+        ASSERT_EQ(add((std::string("\\Process(web server)\\") + name).c_str()), PDH_OK);
+        for (const char *wrong :
+             {"", "rchar: 1\n", "1 2 3\n", "Name:\tweb server\n", "-1 -2 -3 -4 -5 -6 -7\n"}) {
+            for (const char *file : {"io", "statm", "status"})
+                machine.texts[std::string("/proc/7/") + file] = wrong;
+            machine.now += SECOND;
+            EXPECT_EQ(sample(), NO_DATA) << name << wrong;
+        }
+        provider_remove_counter(counter);
+    }
+    machine.texts["/proc/7/io"] = "rchar: 1\n";
+    EXPECT_EQ(add("\\Process(web server)\\IO Read Bytes/sec"), PDH_CSTATUS_NO_COUNTER);
+}
+
+TEST_F(process_counters, take_no_files_from_a_process_of_another_name) {
+    for (const char *name : {"Private Bytes", "Page File Bytes", "Handle Count", "IO Read Bytes/sec"}) {
+        machine.texts.clear();
+        ASSERT_EQ(add((std::string("\\Process(sh)\\") + name).c_str()), PDH_OK);
+        sample();
+        machine.texts["/proc/4711/stat"] = task("4711 (bash)", 1, 1);
+        machine.now += SECOND;
+        EXPECT_EQ(sample(), NO_DATA) << name;
+        provider_remove_counter(counter);
+    }
+}
+
+TEST_F(process_counters, go_on_with_the_files_of_the_next_process_of_the_name) {
+    ASSERT_EQ(add("\\Process(sh)\\Private Bytes"), PDH_OK);
+    EXPECT_EQ(sample(), 63 * 4096);
+    machine.unreadable = {"/proc/4711/stat"};
+    machine.texts["/proc/"] = "1\n7\n815\n4711\n";
+    machine.texts["/proc/815/stat"] = task("815 (sh)", 1, 1);
+    machine.texts["/proc/815/statm"] = "9 8 7 6 5 4 3\n";
+    EXPECT_EQ(sample(), 4 * 4096);
+    machine.reads.clear();
+    EXPECT_EQ(sample(), 4 * 4096);
+    EXPECT_EQ(machine.reads, (std::vector<std::string>{"/proc/815/statm", "/proc/815/stat"}));
+}
+
+TEST_F(process_counters, sum_the_files_that_can_be_read) {
+    const std::pair<const char *, double> levels[] = {{"Handle Count", 4 + 6 + 3},
+                                                      {"Private Bytes", (120 + 133 + 63) * 4096},
+                                                      {"Page File Bytes", 100 * 1024},
+                                                      {"Working Set Peak", (1712 + 1900 + 1660) * 1024},
+                                                      {"Elapsed Time", 0},
+                                                      {"Priority Base", 0}};
+    for (auto [name, expected] : levels) {
+        ASSERT_EQ(add((std::string("\\Process(_Total)\\") + name).c_str()), PDH_OK) << name;
+        EXPECT_EQ(sample(), expected) << name;
+        provider_remove_counter(counter);
+    }
+    ASSERT_EQ(add("\\Process(_Total)\\Handle Count"), PDH_OK);
+    machine.unreadable = {"/proc/7/fd"};
+    EXPECT_EQ(sample(), 4 + 3);
+    provider_remove_counter(counter);
+    ASSERT_EQ(add("\\Process(_Total)\\IO Data Operations/sec"), PDH_OK);
+    machine.unreadable = {"/proc/1/io"};
+    sample();
+    machine.change("/proc/7/io", "syscr: 90112", "syscr: 90115");
+    machine.change("/proc/4711/io", "syscw: 12", "syscw: 14");
+    machine.now += SECOND;
+    EXPECT_EQ(sample(), 5);
+}
+
+TEST_F(process_counters, take_no_memory_from_a_name) {
+    machine.texts["/proc/7/status"] = "Name:\tx\\nVmSwap: 9 kB\nVmSwap:\t 2 kB\nThreads:\t1\n";
+    ASSERT_EQ(add("\\Process(_Total)\\Page File Bytes"), PDH_OK);
+    EXPECT_EQ(sample(), (2 + 4) * 1024);
+}
+
 TEST_F(memory_counters, tell_of_memory_in_three_units) {
     ASSERT_EQ(add("\\Memory\\Available KBytes"), PDH_OK);
     EXPECT_EQ(sample(), 2514480);

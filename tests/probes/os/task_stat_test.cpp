@@ -27,7 +27,10 @@ TEST(task_stat, holds_what_is_counted) {
     EXPECT_EQ(task.major_faults, 12U);
     EXPECT_EQ(task.user_time, 14U);
     EXPECT_EQ(task.kernel_time, 15U);
+    EXPECT_EQ(task.priority, -18);
+    EXPECT_EQ(task.nice, -19);
     EXPECT_EQ(task.threads, 20U);
+    EXPECT_EQ(task.start, 22U);
     EXPECT_EQ(task.virtual_bytes, 23U);
     EXPECT_EQ(task.resident_pages, 24U);
 }
