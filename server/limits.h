@@ -20,7 +20,7 @@ inline constexpr uint32_t DESTINATION_LIMIT = 32;
 
 // Lists. A host with every performance counter and thousands of processes stays below half of that.
 inline constexpr size_t MAX_GROUP_DEPTH = 32;
-inline constexpr size_t MAX_DEVICES = 200'000; // groups count as well
+inline constexpr size_t MAX_DEVICES = 400'000; // groups count as well
 inline constexpr size_t MAX_HOST_LINES = 2'000;
 inline constexpr size_t MAX_DESCRIPTIONS = 200;
 inline constexpr size_t MAX_RESULTS = 200'000;

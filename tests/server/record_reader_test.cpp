@@ -4,6 +4,7 @@
 #include "server/byte_pipe.h"
 #include "server/limits.h"
 #include "server/records_read.h"
+#include "server/scripted_agent.h"
 #include "server/wire_text.h"
 
 #include <gtest/gtest.h>
@@ -198,6 +199,34 @@ TEST_F(reading, refuses_trees_beyond_a_depth) {
     give(deep_request(MAX_GROUP_DEPTH + 1));
     read_configure_req(reader, 0);
     EXPECT_EQ(failure(), "groups are nested too deeply");
+}
+
+// A configure_req with so many groups of so many devices, by names that are as long as those of counters.
+std::string wide_request(size_t groups, size_t devices) {
+    std::string device = encode_device("IO Data Operations/sec", 7, "/s", NO_HINT);
+    std::string group = encode_group("a long program#1000", repeated(device, devices));
+    return encode_record(wire::configure_req, repeated(encode_integer(1), 5) +
+                                                  encode_record(wire::sequence, "") +
+                                                  encode_record(wire::sequence, repeated(group, groups)) +
+                                                  encode_record(wire::sequence, ""));
+}
+
+TEST_F(reading, takes_the_tree_of_a_host_with_ten_thousand_processes) {
+    memory_pool whole(TOTAL_MEMORY);
+    memory_share own(&whole, CONNECTION_MEMORY);
+    record_reader patient(stream, &own);
+    give(wide_request(10'000, 25));
+    EXPECT_EQ(read_configure_req(patient, 0).tree.size(), 10'000U);
+    EXPECT_EQ(noted_failure(patient.failure()), "(none)");
+}
+
+TEST_F(reading, refuses_trees_of_too_many_devices) {
+    memory_pool whole(TOTAL_MEMORY);
+    memory_share own(&whole, TOTAL_MEMORY);
+    record_reader patient(stream, &own);
+    give(wide_request(1, MAX_DEVICES));
+    read_configure_req(patient, 0);
+    EXPECT_EQ(noted_failure(patient.failure()), "a tree of too many devices");
 }
 
 TEST_F(reading, refuses_lists_beyond_a_length) {
