@@ -67,7 +67,8 @@ static void open_again(const char *path) {
     }
 }
 
-// A request that comes meanwhile may speak of the file that has just been opened, and holds for the next time.
+// A request that comes meanwhile may speak of the file that has just been opened, and holds for the next
+// time.
 static void rotate_and_reopen(const agent_config *config, int64_t now) {
     reopen_log_flag = 0;
     agent_log(LOG_NORMAL, "Re-opening log...");
