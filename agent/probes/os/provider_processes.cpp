@@ -209,7 +209,7 @@ static constexpr counter_row row(const char *name, counter_type type, uint32_t d
 template <uint64_t (*Figure)(const task_io &io)>
 static constexpr counter_row io_row(const char *name) {
     constexpr sample_reader *read = read_records<task_io, next_task_io, Figure>;
-    return {name, COUNTER_RATE, DETAIL_ADVANCED, IO, read, IO, read, has_io};
+    return {name, COUNTER_RATE, DETAIL_EXPERT, IO, read, IO, read, has_io};
 }
 
 template <uint64_t (*Figure)(const task_pages &pages)>
@@ -237,15 +237,16 @@ static constexpr counter_row COUNTERS[] = {
     row<page_faults>("Page Faults/sec", COUNTER_RATE, DETAIL_NOVICE),
     row<threads>("Thread Count", COUNTER_LEVEL, DETAIL_ADVANCED),
     {"Elapsed Time", COUNTER_SECONDS, DETAIL_ADVANCED, ONE, read_age, ONE, read_no_id},
-    {"Priority Base", COUNTER_LEVEL, DETAIL_ADVANCED, ONE, read_task<base_priority>, ONE, read_no_id},
-    pages_row<private_working_set>("Working Set - Private", DETAIL_ADVANCED),
+    {"Priority Base", COUNTER_LEVEL, DETAIL_EXPERT, ONE, read_task<base_priority>, ONE, read_no_id},
+    pages_row<private_working_set>("Working Set - Private", DETAIL_EXPERT),
     // What the process may write to without sharing it, as it counts for Committed Bytes.
     pages_row<private_bytes>("Private Bytes", DETAIL_ADVANCED),
-    memory_row<resident_peak>("Working Set Peak", DETAIL_ADVANCED),
+    memory_row<resident_peak>("Working Set Peak", DETAIL_EXPERT),
     memory_row<virtual_peak>("Virtual Bytes Peak", DETAIL_EXPERT),
     // What lies in swap.
-    memory_row<swapped>("Page File Bytes", DETAIL_ADVANCED),
-    // Files, sockets, terminals: what goes through the calls that read and write, out of the cache or not.
+    memory_row<swapped>("Page File Bytes", DETAIL_EXPERT),
+    // Files, sockets, terminals: what goes through the calls that read and write, out of the cache or not. To
+    // find out whether it may be read costs a scan more than all else of a process.
     io_row<reads>("IO Read Operations/sec"),
     io_row<writes>("IO Write Operations/sec"),
     io_row<reads_and_writes>("IO Data Operations/sec"),

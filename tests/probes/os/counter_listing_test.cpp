@@ -67,7 +67,7 @@ TEST_F(listing, grows_with_the_detail_level) {
     EXPECT_EQ(counters_of("PhysicalDisk", 300).size(), 21U);
     EXPECT_EQ(counters_of("LogicalDisk", 200).size(), 2 + 17U);
     EXPECT_EQ(counters_of("Process", 100).size(), 4U);
-    EXPECT_EQ(counters_of("Process", 200).size(), 20U);
+    EXPECT_EQ(counters_of("Process", 200).size(), 10U);
     EXPECT_EQ(counters_of("Process", 300).size(), 23U);
 }
 
