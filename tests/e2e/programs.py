@@ -88,6 +88,14 @@ def own_address() -> str:
     return f"127.{1 + (number >> 16) % 254}.{(number >> 8) % 256}.{number % 256}"
 
 
+def text_of(file: Path) -> str:
+    """What a file holds; nothing while there is none, as for a moment of each rotation of a log."""
+    try:
+        return file.read_text(errors="replace")
+    except FileNotFoundError:
+        return ""
+
+
 def wait_until(condition, what: str, patience_s: float = PATIENCE_S):
     """What the condition gives as soon as that is true."""
     end = time.monotonic() + patience_s
@@ -142,7 +150,7 @@ class Program:
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
     def text(self) -> str:
-        return self.log.read_text(errors="replace") if self.log.exists() else ""
+        return text_of(self.log)
 
     def lines(self) -> list[str]:
         return self.text().splitlines()
@@ -253,7 +261,7 @@ class Agent(Program):
         return self.run("-f", self.settings_file, *words)
 
     def variable(self, key: str) -> str | None:
-        for line in self.variables.read_text().splitlines() if self.variables.exists() else []:
+        for line in text_of(self.variables).splitlines():
             if line.startswith(key + "\t"):
                 return line.split("\t", 1)[1]
         return None

@@ -4,7 +4,7 @@ import signal
 
 import programs
 from launcher import Launcher, LauncherTest
-from programs import QUIET_POLICY, Server, main, wait_until
+from programs import QUIET_POLICY, Server, main, text_of, wait_until
 
 # Behind the end of a program the system reads nothing, so this is another file of the same program.
 MARK = b"\nanother build\n"
@@ -75,8 +75,7 @@ class Upgrade(LauncherTest):
         launcher = self.meet(script)
         trial = launcher.folder / "trial"
         for start in "123":
-            wait_until(lambda: trial.exists() and trial.read_text() == start and launcher.agent_process(),
-                       f"start {start} of the trial")
+            wait_until(lambda: text_of(trial) == start and launcher.agent_process(), f"start {start} of the trial")
             launcher.kill()
             self.assertEqual(launcher.program(), script)
             launcher.start()
