@@ -13,8 +13,8 @@ void (*agent_log_observer)(int32_t level, const char *message);
 namespace {
 
 // The log is shared with the threads beside the main one. The lock keeps a stream open while a line goes to
-// it.
-std::mutex stream_lock;
+// it. The handler of a fault may log in the middle of a line of its own thread.
+std::recursive_mutex stream_lock;
 std::atomic<host_file> stream{NO_FILE};
 std::atomic<int32_t> threshold{0};
 

@@ -3,15 +3,13 @@
 #include "platform/crash.h"
 #include "platform/text.h"
 
-#include <csignal>
 #include <cstdint>
 #include <limits.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-static constexpr int SIGNALS[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS};
-static constexpr unsigned PATIENCE =
-    10; // seconds for a handler that may wait for a lock of the damaged process
+// Seconds for a handler that may wait for a lock of the damaged process.
+static constexpr unsigned PATIENCE = 10;
 static constexpr size_t STACK_SIZE = 64 * 1024;
 
 static char program_folder[PATH_MAX];
@@ -19,9 +17,22 @@ static char program_folder[PATH_MAX];
 static bool core_limit_raised;
 static rlim_t core_limit_before;
 
+static volatile sig_atomic_t fault;
+
+// The handler has waited for too long; the process ends by its fault all the same.
+static void give_up(int) {
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, fault);
+    pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    raise(fault);
+}
+
 // A core lands in the working directory. The signal is blocked until the return, and then has its default
 // effect.
 static void handle(int number) {
+    fault = number;
+    signal(SIGALRM, give_up);
     alarm(PATIENCE);
     int moved = chdir(program_folder);
     static_cast<void>(moved); // then the core lands elsewhere
@@ -55,7 +66,7 @@ static void install(const char *folder) {
     struct sigaction action = {};
     action.sa_handler = handle;
     action.sa_flags = static_cast<int>(SA_ONSTACK | SA_RESETHAND);
-    for (int number : SIGNALS)
+    for (int number : FAULT_SIGNALS)
         sigaction(number, &action, nullptr);
 }
 

@@ -1,5 +1,6 @@
 #include "platform/threads.h"
 
+#include "platform/crash_linux.h"
 #include "platform/heap.h"
 #include "platform/waits_linux.h"
 
@@ -34,15 +35,18 @@ static void *run(void *argument) {
     return nullptr;
 }
 
-// The signals of the process are the main thread's: a new thread is born with all of them blocked.
+// The signals of the process are the main thread's: a new thread is born with all of them blocked but those
+// of its own faults.
 static bool start(waitable *object) {
     pthread_attr_t attributes;
-    sigset_t all;
+    sigset_t blocked;
     sigset_t before;
-    sigfillset(&all);
+    sigfillset(&blocked);
+    for (int number : FAULT_SIGNALS)
+        sigdelset(&blocked, number);
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, STACK_SIZE);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_sigmask(SIG_SETMASK, &blocked, &before);
     int error = pthread_create(&object->thread->thread, &attributes, run, object);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     pthread_attr_destroy(&attributes);

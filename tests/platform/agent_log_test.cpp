@@ -121,6 +121,21 @@ TEST_F(agent_logs, do_not_report_their_own_failures) {
     EXPECT_EQ(host.log.size(), 2U);
 }
 
+static int64_t write_and_fault(host_file file, const void *buffer, size_t size) {
+    files_host = files_below;
+    int64_t written = files_host->write(file, buffer, size);
+    agent_log(LOG_NORMAL, "fault");
+    return written;
+}
+
+TEST_F(agent_logs, take_the_line_of_a_fault_in_the_middle_of_another) {
+    files_ops counting = counting_files();
+    counting.write = write_and_fault;
+    files_host = &counting;
+    agent_log(LOG_NORMAL, "work");
+    EXPECT_EQ(written(), std::string(TIME) + "work\n" + TIME + "fault\n");
+}
+
 TEST_F(agent_logs, keep_lines_of_several_threads_whole) {
     agent_log_observer = nullptr; // it belongs to one thread, as does the calendar of the test host
     clock_ops clock = *clock_host;

@@ -2,6 +2,7 @@
 
 #include "fakes/test_host.h"
 #include "platform/fatal.h"
+#include "platform/threads.h"
 
 #include <csignal>
 #include <cstring>
@@ -91,11 +92,33 @@ TEST(fault, of_the_stack_is_told_on_another_one) {
     expect_trace(end_of([] { sink(0); }), SIGSEGV);
 }
 
+TEST(fault, in_another_thread_is_told_too) {
+    expect_trace(end_of([] {
+                     auto fault = [](void *) { return static_cast<uint32_t>(raise(SIGSEGV)); };
+                     waitable *thread = threads_ops_host.CreateThread(fault, nullptr);
+                     threads_ops_host.ResumeThread(thread);
+                     threads_ops_host.WaitForSingleObject(thread);
+                 }),
+                 SIGSEGV);
+}
+
 TEST(fault, within_the_handler_ends_the_process_all_the_same) {
     ending end = end_of([] {
         install_crash_handler([](const char *) { abort(); });
         raise(SIGSEGV);
     });
     EXPECT_EQ(end.signal, SIGABRT);
+    EXPECT_EQ(end.told, "");
+}
+
+TEST(fault, whose_handler_waits_for_ever_ends_the_process_by_its_signal) {
+    ending end = end_of([] {
+        install_crash_handler([](const char *text) {
+            kill(getpid(), SIGALRM); // as the host does when its time is over
+            tell(text);
+        });
+        raise(SIGSEGV);
+    });
+    EXPECT_EQ(end.signal, SIGSEGV);
     EXPECT_EQ(end.told, "");
 }
