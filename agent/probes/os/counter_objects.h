@@ -65,9 +65,9 @@ struct counter_object {
     // Absent for an object without instances.
     const char *instance_source;
     instance_lister *list_instances;
-    // Whether the text in which one instance is listed still tells of it, for those sources that do not say
-    // whose they are. Absent where there are none.
-    bool (*is_instance)(const char *text, const char *instance);
+    // The origin of an instance's samples by the text in which it is listed, for those sources that do not
+    // say whose they are; false where that text no longer tells of it. Absent where there are none.
+    bool (*find_origin)(const char *text, const char *instance, uint64_t *out);
 };
 
 // In the order in which they are listed and numbered.

@@ -101,7 +101,7 @@ static bool has_own_source(const pdh_counter *counter) {
 }
 
 static bool is_listed_elsewhere(const pdh_counter *counter) {
-    return counter->object->is_instance != nullptr && has_own_source(counter) &&
+    return counter->object->find_origin != nullptr && has_own_source(counter) &&
            !text_equal(counter->row->source, counter->object->instance_source);
 }
 
@@ -196,26 +196,6 @@ uint32_t provider_close_query(pdh_query *query) {
     return PDH_OK;
 }
 
-// What cannot be read starts over: a rate over the gap would tell of a time that nobody measured.
-static bool take_sample(pdh_counter *counter, const char *text, uint64_t ticks) {
-    counter_sample reading = {};
-    bool read = text != nullptr && read_sample(counter, text, &reading);
-    if (read)
-        add_sample(&counter->history, reading, ticks);
-    else
-        counter->history.samples = 0;
-    return read;
-}
-
-// Another process may have the name now; it starts with a sample of its own. What is listed without a source
-// may be one of those that have none.
-static bool collect_elsewhere(pdh_counter *counter) {
-    if (!find_place(counter, true)) return false;
-    text_guard text = read_counter_source(counter->source);
-    const char *found = text != nullptr ? text.get() : counter->row->may_lack_source ? "" : nullptr;
-    return take_sample(counter, found, counter_sources_host->ticks());
-}
-
 static void free_readings(reading *first) {
     while (first != nullptr) {
         reading *next = first->next;
@@ -239,22 +219,42 @@ static const reading *read_once(reading **all, const char *path) {
     return added;
 }
 
-// A process may be another one by now, where its name has not come from the text that was read.
-static bool is_still_the_instance(const pdh_counter *counter, reading **all) {
+// Completes a sample whose source does not say whose it is. A process may be another one by now; false where
+// its name tells.
+static bool set_origin(const pdh_counter *counter, reading **all, counter_sample *out) {
     if (counter->listing == nullptr) return true;
     const reading *found = read_once(all, counter->listing);
     return found != nullptr && found->text != nullptr &&
-           counter->object->is_instance(found->text, counter->name);
+           counter->object->find_origin(found->text, counter->name, &out->origin);
+}
+
+// What cannot be read starts over: a rate over the gap would tell of a time that nobody measured.
+static bool take_sample(pdh_counter *counter, reading **all, const char *text, uint64_t ticks) {
+    counter_sample sample = {};
+    bool taken = text != nullptr && read_sample(counter, text, &sample) && set_origin(counter, all, &sample);
+    if (taken)
+        add_sample(&counter->history, sample, ticks);
+    else
+        counter->history.samples = 0;
+    return taken;
+}
+
+// Another process may have the name now; it starts with a sample of its own. What is listed without a source
+// may be one of those that have none.
+static bool collect_elsewhere(pdh_counter *counter, reading **all) {
+    if (!find_place(counter, true)) return false;
+    text_guard text = read_counter_source(counter->source);
+    const char *found = text != nullptr ? text.get() : counter->row->may_lack_source ? "" : nullptr;
+    return take_sample(counter, all, found, counter_sources_host->ticks());
 }
 
 // Whether the counter's number was found: what has gone for good must not be waited for as for a second
 // sample, check after check.
 static bool collect_counter(pdh_counter *counter, reading **all) {
     const reading *found = read_once(all, counter->source);
-    bool any = found != nullptr && found->text != nullptr;
-    bool same = any && is_still_the_instance(counter, all);
-    bool taken = take_sample(counter, same ? found->text : nullptr, any ? found->ticks : 0);
-    if (!taken && has_own_source(counter)) taken = collect_elsewhere(counter);
+    const char *text = found != nullptr ? found->text : nullptr;
+    bool taken = take_sample(counter, all, text, text != nullptr ? found->ticks : 0);
+    if (!taken && has_own_source(counter)) taken = collect_elsewhere(counter, all);
     return taken;
 }
 

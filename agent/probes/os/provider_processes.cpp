@@ -72,9 +72,11 @@ static bool find_task(const char *text, const char *instance, task_stat *out) {
     return text_equal(out->name, instance);
 }
 
-static bool is_task(const char *text, const char *instance) {
+static bool find_start(const char *text, const char *instance, uint64_t *out) {
     task_stat task;
-    return find_task(text, instance, &task);
+    if (!find_task(text, instance, &task)) return false;
+    *out = task.start;
+    return true;
 }
 
 template <task_figure Figure>
@@ -264,4 +266,4 @@ const counter_object process_object = {.name = "Process",
                                        .counters = COUNTERS,
                                        .instance_source = ONE,
                                        .list_instances = list_tasks,
-                                       .is_instance = is_task};
+                                       .find_origin = find_start};

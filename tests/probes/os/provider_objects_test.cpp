@@ -502,6 +502,20 @@ TEST_F(process_counters, start_over_with_another_process_of_name_and_number) {
     EXPECT_EQ(sample(), 4);
 }
 
+TEST_F(process_counters, start_over_where_another_file_says_whose_they_are) {
+    const auto read_in_all = [this](const char *bytes) {
+        machine.texts["/proc/7/io"] = std::string("rchar: ") + bytes + "\nwchar: 0\nsyscr: 0\nsyscw: 0\n";
+        machine.now += SECOND;
+        return sample();
+    };
+    ASSERT_EQ(add("\\Process(web server)\\IO Read Bytes/sec"), PDH_OK);
+    read_in_all("1000");
+    EXPECT_EQ(read_in_all("1500"), 500);
+    machine.change("/proc/7/stat", " 2103 ", " 2104 ");
+    EXPECT_EQ(read_in_all("9000"), INVALID_DATA);
+    EXPECT_EQ(read_in_all("9070"), 70);
+}
+
 TEST_F(process_counters, are_0_for_the_memory_of_the_kernel) {
     machine.use("stacked");
     machine.texts["/proc/2/statm"] = "0 0 0 0 0 0 0\n";
