@@ -56,6 +56,8 @@ class Fault(ProgramsTest):
             syslog.settimeout(PATIENCE_S)
             agent, folder = self.faulted_agent()
             line = syslog.recv(4096).decode()
+            while f"Tarnix[{agent.process.pid}]" not in line:  # another agent's of this host
+                line = syslog.recv(4096).decode()
         self.assertIn(f"Tarnix[{agent.process.pid}]: {DETECTED} '{folder}/core'", line)
         self.assertTrue(line.startswith("<27>"), "an error of a daemon")
 
